@@ -1,0 +1,83 @@
+#include "Kel/Clock.h"
+
+#include <vector>
+
+#include "Kel/System.h"
+
+namespace Kel {
+
+Clock::~Clock() { manager_->disarm(this); }
+
+void Clock::timeMinIs(double t) const {
+  if (t == timeMin_) return;
+  manager_->disarm(this);
+  timeMin_ = t;
+  if (t != never) manager_->arm(this, t);
+}
+
+void Clock::wake() {
+  timeMin_ = never;
+  notify<Notifiee>([](Notifiee* n) { n->onTimeMin(); });
+}
+
+ActivityManager& ActivityManager::instance() {
+  static ActivityManager manager;
+  return manager;
+}
+
+Ptr<Clock> ActivityManager::newClock() { return Ptr<Clock>(new Clock(this)); }
+
+void ActivityManager::arm(const Clock* c, double t) {
+  c->seq_ = nextSeq_++;
+  schedule_.insert(Armed{t, c->seq_, const_cast<Clock*>(c)});
+}
+
+void ActivityManager::disarm(const Clock* c) {
+  if (c->timeMin_ != Clock::never) schedule_.erase(Armed{c->timeMin_, c->seq_, nullptr});
+}
+
+double ActivityManager::nextDeadline() const {
+  return schedule_.empty() ? Clock::never : schedule_.begin()->time;
+}
+
+size_t ActivityManager::runOnce() {
+  const double now = System::currentTime();
+  // Take the due clocks first: what they re-arm belongs to the next turn.
+  std::vector<Ptr<Clock>> due;
+  while (!schedule_.empty() && schedule_.begin()->time <= now) {
+    Clock* c = schedule_.begin()->clock;
+    schedule_.erase(schedule_.begin());
+    c->timeMin_ = Clock::never;
+    due.emplace_back(c);
+  }
+  for (const Ptr<Clock>& c : due) {
+    // Skip one re-armed by an earlier handler of this turn: it waits its turn.
+    if (c->timeMin_ == Clock::never) c->wake();
+  }
+  return due.size();
+}
+
+size_t ActivityManager::runUntilQuiet(size_t maxTurns) {
+  size_t turns = 0;
+  while (turns < maxTurns && nextDeadline() <= System::currentTime() && runOnce() != 0) ++turns;
+  return turns;
+}
+
+size_t ActivityManager::runUntilIdle(size_t maxTurns) {
+  size_t turns = 0;
+  while (turns < maxTurns && !schedule_.empty()) {
+    System::timeSource().waitUntil(nextDeadline());
+    if (runOnce() != 0) ++turns;
+  }
+  return turns;
+}
+
+void ActivityManager::run(const std::function<bool(double deadline)>& input) {
+  for (;;) {
+    runOnce();
+    double deadline = nextDeadline();
+    if (!input(deadline)) return;
+  }
+}
+
+}  // namespace Kel

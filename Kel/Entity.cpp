@@ -1,0 +1,76 @@
+#include "Kel/Entity.h"
+
+#include <algorithm>
+
+namespace Kel {
+
+void Entity::Hub::compact() {
+  list.erase(std::remove(list.begin(), list.end(), nullptr), list.end());
+  holes = false;
+}
+
+Entity::~Entity() {
+  if (hub_ == nullptr) return;
+  // Reactors hold their entity, so only an entity that was never counted
+  // (a stack or member object) can die with reactors bound: unbind them.
+  for (NotifieeBase* r : hub_->list) {
+    if (r != nullptr) r->notifier_.release();
+  }
+  delete hub_;
+}
+
+size_t Entity::notifieeCount() const {
+  if (hub_ == nullptr) return 0;
+  return size_t(std::count_if(hub_->list.begin(), hub_->list.end(),
+                              [](NotifieeBase* r) { return r != nullptr; }));
+}
+
+void Entity::attach(NotifieeBase* r) const {
+  if (hub_ == nullptr) hub_ = new Hub;
+  hub_->list.push_back(r);
+}
+
+void Entity::detach(NotifieeBase* r) const {
+  auto& list = hub_->list;
+  auto it = std::find(list.begin(), list.end(), r);
+  if (it == list.end()) return;
+  if (hub_->depth > 0) {
+    *it = nullptr;  // compacted when the outermost dispatch ends
+    hub_->holes = true;
+  } else {
+    list.erase(it);
+  }
+}
+
+NotifieeBase::~NotifieeBase() {
+  if (notifier_) notifier_->detach(this);
+  for (NestedReactorGroup* g = groups_; g != nullptr; g = g->next_) g->owner_ = nullptr;
+}
+
+void NotifieeBase::notifierBaseIs(const Entity* e) {
+  if (notifier_.ptr() == e) return;
+  if (notifier_) notifier_->detach(this);
+  notifier_ = const_cast<Entity*>(e);
+  if (notifier_) notifier_->attach(this);
+}
+
+void NotifieeBase::hasNotificationActiveIs(bool active) {
+  if (active_ == active) return;
+  active_ = active;
+  for (NestedReactorGroup* g = groups_; g != nullptr; g = g->next_) {
+    g->hasNotificationActiveIs(active);
+  }
+}
+
+NestedReactorGroup::NestedReactorGroup(NotifieeBase* owner) : owner_(owner), next_(owner->groups_) {
+  owner->groups_ = this;
+}
+
+NestedReactorGroup::~NestedReactorGroup() {
+  if (owner_ == nullptr) return;
+  NestedReactorGroup** p = &owner_->groups_;
+  while (*p != this) p = &(*p)->next_;
+  *p = next_;
+}
+
+}  // namespace Kel

@@ -1,0 +1,140 @@
+// Entities and the reactors bound to them.
+//
+// Contract:
+// - One thread. An entity notifies its active reactors synchronously, at the
+//   moment of the change, after the change is made, with the element's key for
+//   collections. Reactors are called in the order they were bound.
+// - A handler may change anything, the notifying entity included, and may
+//   drop reactors (its own included) or the entity itself: dispatch holds the
+//   entity alive, a reactor unbound during dispatch is not called afterwards,
+//   and a reactor bound during dispatch first hears the next change.
+// - A reactor holds its entity by Ptr; the entity points to its reactors
+//   with plain pointers that reactors remove when they unbind or die.
+// - Cost: with no reactor bound a notification is one pointer test.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "Kel/Ptr.h"
+
+namespace Kel {
+
+class NotifieeBase;
+
+class Entity : public PtrInterface {
+ public:
+  ~Entity() override;
+  // The entity type's qualified name, e.g. "Routing::Protocol::Status".
+  virtual const char* typeName() const = 0;
+  size_t notifieeCount() const;
+
+ protected:
+  // Calls `call(static_cast<N*>(reactor))` on each active bound reactor.
+  template <class N, class F>
+  void notify(F&& call) const {
+    if (hub_ == nullptr) return;
+    Hub& hub = *hub_;
+    // A handler may drop the last reference to this entity: keep it until done.
+    const bool counted = references() != 0;
+    if (counted) newRef();
+    ++hub.depth;
+    const size_t n = hub.list.size();
+    for (size_t i = 0; i < n; ++i) {
+      NotifieeBase* r = hub.list[i];
+      if (r != nullptr && isActive(r)) call(static_cast<N*>(r));
+    }
+    if (--hub.depth == 0 && hub.holes) hub.compact();
+    if (counted) delRef();
+  }
+
+  // Sets a scalar attribute; notifies only on a real change.
+  template <class N, class T, class V>
+  void attributeIs(T& field, V&& value, void (N::*handler)()) {
+    if (field == value) return;
+    field = std::forward<V>(value);
+    notify<N>([handler](N* n) { (n->*handler)(); });
+  }
+  // Notifies a change of the element `key` of a collection. The key is
+  // copied: a handler may free the element it came from.
+  template <class N, class K>
+  void notifyKey(void (N::*handler)(const K&), const K& key) const {
+    if (hub_ == nullptr) return;
+    const K copy = key;
+    notify<N>([handler, &copy](N* n) { (n->*handler)(copy); });
+  }
+
+ private:
+  friend class NotifieeBase;
+  struct Hub {
+    std::vector<NotifieeBase*> list;
+    uint32_t depth = 0;
+    bool holes = false;
+    void compact();
+  };
+  static bool isActive(const NotifieeBase* r);
+  void attach(NotifieeBase* r) const;
+  void detach(NotifieeBase* r) const;
+
+  mutable Hub* hub_ = nullptr;
+};
+
+class NestedReactorGroup;
+
+// Base of every reactor. Reactors are reference counted like entities.
+class NotifieeBase : public PtrInterface {
+ public:
+  ~NotifieeBase() override;
+
+  bool hasNotificationActive() const { return active_; }
+  // Switches this reactor and all its nested reactors on or off.
+  void hasNotificationActiveIs(bool active);
+  // Runs on a nested reactor just before its parent drops it because its
+  // entity left the collection.
+  virtual void handleDel() {}
+
+ protected:
+  Entity* notifierBase() const { return notifier_.ptr(); }
+  void notifierBaseIs(const Entity* e);
+
+ private:
+  friend class Entity;
+  friend class NestedReactorGroup;
+  Ptr<Entity> notifier_;
+  NestedReactorGroup* groups_ = nullptr;
+  bool active_ = true;
+};
+
+inline bool Entity::isActive(const NotifieeBase* r) { return r->active_; }
+
+// Typed reactor base for entity type E (E may watch a const entity too).
+template <class E>
+class NotifieeOf : public NotifieeBase {
+ public:
+  using Notifier = E;
+  E* notifier() const { return static_cast<E*>(notifierBase()); }
+  void notifierIs(const Ptr<const E>& e) { notifierBaseIs(e.ptr()); }
+  void notifierIs(const E* e) { notifierBaseIs(e); }
+};
+
+// A collection of nested reactors registers itself with its owner so that
+// hasNotificationActiveIs reaches every nested reactor.
+class NestedReactorGroup {
+ public:
+  explicit NestedReactorGroup(NotifieeBase* owner);
+  virtual ~NestedReactorGroup();
+  NestedReactorGroup(const NestedReactorGroup&) = delete;
+  NestedReactorGroup& operator=(const NestedReactorGroup&) = delete;
+
+  bool ownerActive() const { return owner_->active_; }
+  virtual void hasNotificationActiveIs(bool active) = 0;
+
+ private:
+  friend class NotifieeBase;
+  NotifieeBase* owner_;
+  NestedReactorGroup* next_;
+};
+
+}  // namespace Kel

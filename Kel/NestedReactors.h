@@ -1,0 +1,79 @@
+// The nested reactors of a parent reactor, one per element of the entity
+// collection they mirror, keyed like that collection. The parent creates one
+// when an element appears and drops it (after its handleDel) when the element
+// goes. A new nested reactor takes its parent's active state, and
+// hasNotificationActiveIs on the parent reaches all of them.
+//
+// R must offer `key()` returning the element key. Container is HashTable for
+// large collections and FlatMap for the small ordered ones.
+#pragma once
+
+#include "Kel/Entity.h"
+#include "Kel/FlatMap.h"
+#include "Kel/HashTable.h"
+
+namespace Kel {
+
+template <class K>
+struct ReactorKeyHash {
+  static uint32_t hash(const K& k) { return k.hash(collectionHashSeed); }
+};
+
+template <class K, class R, template <class> class Container = HashTable>
+class NestedReactors final : public NestedReactorGroup {
+  struct Traits : ReactorKeyHash<K> {
+    using Entry = Ptr<R>;
+    using Key = K;
+    static decltype(auto) key(const Ptr<R>& r) { return r->key(); }
+  };
+
+ public:
+  explicit NestedReactors(NotifieeBase* owner) : NestedReactorGroup(owner) {}
+
+  uint32_t size() const { return map_.size(); }
+  bool empty() const { return map_.empty(); }
+  auto begin() const { return map_.begin(); }
+  auto end() const { return map_.end(); }
+
+  R* find(const K& key) const {
+    auto* e = map_.find(key);
+    return e ? e->ptr() : nullptr;
+  }
+
+  // Adds `r` unless a reactor for its key exists; returns the one kept.
+  R* insert(Ptr<R> r) {
+    r->hasNotificationActiveIs(ownerActive());
+    return map_.insert(std::move(r)).first->ptr();
+  }
+
+  // Replaces any reactor for r's key.
+  R* replace(Ptr<R> r) {
+    erase(r->key());
+    return insert(std::move(r));
+  }
+
+  void erase(const K& key) {
+    if (R* r = find(key)) {
+      Ptr<R> keep(r);
+      r->handleDel();
+      map_.erase(key);
+    }
+  }
+
+  void clear() {
+    while (!map_.empty()) {
+      Ptr<R> r = *map_.begin();
+      r->handleDel();
+      map_.erase(r->key());
+    }
+  }
+
+  void hasNotificationActiveIs(bool active) override {
+    for (const Ptr<R>& r : map_) r->hasNotificationActiveIs(active);
+  }
+
+ private:
+  Container<Traits> map_;
+};
+
+}  // namespace Kel
