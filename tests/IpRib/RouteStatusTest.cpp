@@ -1,0 +1,296 @@
+// The route status store: defaults, orders, the convenience mutators and
+// their invariant, checked against a plain model on random edits.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+#include <random>
+
+#include "IpRib/ProtocolRouteStatus.h"
+#include "Kel/NestedReactors.h"
+
+namespace Routing::Protocol {
+namespace {
+
+using Pando::IpGenPrefix;
+using Rib::ViaKey;
+
+ViaKey via(uint32_t i) { return ViaKey(ViaKey::kindIpv4, 0, 2, i); }
+
+class RouteStatusTest : public ::testing::Test {
+ protected:
+  Kel::Ptr<Rib::DedupViaKeyTable> viaKeys_ = Kel::makePtr<Rib::DedupViaKeyTable>();
+  Kel::Ptr<Status> status_ = statusFactory(RouteStatusKey(0, Pando::AddressFamily::ipv4));
+};
+
+TEST_F(RouteStatusTest, NewEntitiesHaveTheirDefaults) {
+  Kel::Ptr<Route> r = status_->routeIs(IpGenPrefix("10.0.0.0/8"));
+  EXPECT_EQ(r->srcVrfId(), 0xFFFFFFu);
+  EXPECT_EQ(r->routeChangedAt(), 0.0);
+  Kel::Ptr<RoutePref> p = r->routePrefIs(1);
+  EXPECT_TRUE(p->installInFib());
+  EXPECT_EQ(p->fecType(), 0);
+  EXPECT_EQ(p->tag(), 0u);
+  EXPECT_EQ(p->fibRouteType(), Fib::RouteType{});
+  EXPECT_FALSE(p->dedupViaSetKey());
+  EXPECT_FALSE(status_->initialized());
+  EXPECT_EQ(status_->typeName(), std::string("Routing::Protocol::Status"));
+  EXPECT_EQ(p->typeName(), std::string("Routing::Protocol::RoutePref"));
+  // routeIs and routePrefIs return what exists.
+  EXPECT_EQ(status_->routeIs(IpGenPrefix("10.0.0.0/8")), r);
+  EXPECT_EQ(r->routePrefIs(1), p);
+}
+
+TEST_F(RouteStatusTest, PreferencesAndViaTypesIterateInAscendingOrder) {
+  Kel::Ptr<Route> r = status_->routeIs(IpGenPrefix("10.0.0.0/8"));
+  for (RoutePreference p : {200, 1, 20, 255, 0}) r->routePrefIs(p);
+  std::vector<int> prefs;
+  for (const auto& p : r->routePref()) prefs.push_back(p->preference());
+  EXPECT_EQ(prefs, (std::vector<int>{0, 1, 20, 200, 255}));
+
+  Kel::Ptr<RoutePref> p = r->routePref(1);
+  for (ViaTypeEnum t : {ViaTypeEnum::viaDefault, ViaTypeEnum::viaIntfNextHop,
+                        ViaTypeEnum::viaIntfOnly, ViaTypeEnum::viaNextHopOnly}) {
+    p->dedupViaKeyIs(t, viaKeys_->dedupViaKeyIs(via(uint32_t(t))), 0);
+  }
+  std::vector<ViaTypeEnum> types;
+  for (const auto& t : p->dedupViaKeyByViaType()) types.push_back(t->viaType().viaType());
+  EXPECT_EQ(types, (std::vector<ViaTypeEnum>{ViaTypeEnum::viaIntfNextHop,
+                                             ViaTypeEnum::viaNextHopOnly,
+                                             ViaTypeEnum::viaIntfOnly, ViaTypeEnum::viaDefault}));
+}
+
+TEST_F(RouteStatusTest, ConvenienceMutatorsCreateReplaceAndRemoveTheViaType) {
+  Kel::Ptr<RoutePref> p = status_->routeIs(IpGenPrefix("10.0.0.0/8"))->routePrefIs(1);
+  const ViaType t(ViaTypeEnum::viaIntfNextHop);
+  p->dedupViaKeyIs(t, viaKeys_->dedupViaKeyIs(via(1)), 10);
+  ASSERT_TRUE(p->dedupViaKeyByViaType(t));
+  p->dedupViaKeyIs(t, viaKeys_->dedupViaKeyIs(via(1)), 30);  // replaces the metric entry
+  EXPECT_EQ(p->dedupViaKeyByViaType(t)->dedupViaKeySize(), 1u);
+  EXPECT_EQ(p->dedupViaKeyByViaType(t)->dedupViaKey(via(1))->metric(), 30u);
+  p->dedupViaKeyIs(t, viaKeys_->dedupViaKeyIs(via(2)), 10);
+  p->dedupViaKeyDel(t, via(1));
+  EXPECT_TRUE(p->dedupViaKeyByViaType(t));
+  p->dedupViaKeyDel(t, via(2));
+  EXPECT_FALSE(p->dedupViaKeyByViaType(t));  // the last via took its type along
+  p->dedupViaKeyDel(t, via(2));              // absent type: nothing happens
+  p->dedupViaKeyIs(t, viaKeys_->dedupViaKeyIs(via(3)), 1);
+  p->dedupViaKeyDelAll(t);
+  EXPECT_FALSE(p->dedupViaKeyByViaType(t));
+  EXPECT_EQ(viaKeys_->size(), 0u);  // every shared via key was released
+}
+
+TEST_F(RouteStatusTest, DeletingARouteReleasesEverythingBelowIt) {
+  {
+    Kel::Ptr<Route> r = status_->routeIs(IpGenPrefix("10.0.0.0/8"));
+    Kel::Ptr<RoutePref> p = r->routePrefIs(1);
+    p->dedupViaKeyIs(ViaTypeEnum::viaIntfNextHop, viaKeys_->dedupViaKeyIs(via(1)), 1);
+    p->dedupEvpnVtepIpViaKeyIs(via(1), viaKeys_->dedupViaKeyIs(via(9)));
+    p->bfdTrackedViaCollIs(via(1));
+    EXPECT_EQ(viaKeys_->size(), 2u);
+  }
+  status_->routeDel(IpGenPrefix("10.0.0.0/8"));
+  EXPECT_EQ(viaKeys_->size(), 0u);
+  EXPECT_FALSE(status_->route(IpGenPrefix("10.0.0.0/8")));
+}
+
+TEST_F(RouteStatusTest, EvpnAndBfdCollections) {
+  Kel::Ptr<RoutePref> p = status_->routeIs(IpGenPrefix("10.0.0.0/8"))->routePrefIs(1);
+  EXPECT_FALSE(p->dedupEvpnVtepIpViaKey(via(1)));
+  p->dedupEvpnVtepIpViaKeyIs(via(1), viaKeys_->dedupViaKeyIs(via(7)));
+  EXPECT_EQ(p->dedupEvpnVtepIpViaKey(via(1))->key(), via(7));
+  p->dedupEvpnVtepIpViaKeyDel(via(1));
+  EXPECT_FALSE(p->dedupEvpnVtepIpViaKey(via(1)));
+  p->bfdTrackedViaCollIs(via(2));
+  p->bfdTrackedViaCollIs(via(3));
+  EXPECT_TRUE(p->bfdTrackedViaCollHas(via(2)));
+  EXPECT_EQ(p->bfdTrackedViaCollSize(), 2u);
+  p->bfdTrackedViaCollDelAll();
+  EXPECT_FALSE(p->bfdTrackedViaCollHas(via(2)));
+}
+
+// Watches a whole route tree and checks, at every notification, that no
+// by-type entry reachable from a preference is empty; counts the changes.
+class TreeWatcher final : public Route::Notifiee {
+ public:
+  class KelRoutePref final : public RoutePref::Notifiee {
+   public:
+    KelRoutePref(RoutePref* p, TreeWatcher* w) : w_(w) { notifierIs(p); }
+    RoutePreference key() const { return notifier()->preference(); }
+    void onDedupViaKeyByViaType(const ViaType& t) override {
+      ++w_->changes;
+      w_->check();
+      if (auto byType = notifier()->dedupViaKeyByViaType(t)) {
+        EXPECT_EQ(byType->viaType(), t);
+      }
+    }
+    void onTag() override { ++w_->changes; }
+    void onBfdTrackedViaColl(const ViaKey&) override { ++w_->changes; }
+
+   private:
+    TreeWatcher* w_;
+  };
+
+  explicit TreeWatcher(Route* r) : prefs_(this) {
+    notifierIs(r);
+    for (const auto& p : r->routePref()) prefs_.insert(Kel::makePtr<KelRoutePref>(p.ptr(), this));
+  }
+  void onRoutePref(const RoutePreference& pref) override {
+    ++changes;
+    if (auto p = notifier()->routePref(pref)) {
+      prefs_.insert(Kel::makePtr<KelRoutePref>(p.ptr(), this));
+    } else {
+      prefs_.erase(pref);
+    }
+    check();
+  }
+  void check() {
+    for (const auto& p : notifier()->routePref()) {
+      for (const auto& t : p->dedupViaKeyByViaType()) {
+        EXPECT_GT(t->dedupViaKeySize(), 0u) << "empty by-type entry reachable";
+      }
+    }
+    EXPECT_EQ(prefs_.size(), notifier()->routePref().size());
+  }
+  int changes = 0;
+
+ private:
+  Kel::NestedReactors<RoutePreference, KelRoutePref, Kel::FlatMap> prefs_;
+};
+
+TEST_F(RouteStatusTest, RandomEditsMatchAModelAndKeepByTypeEntriesNonEmpty) {
+  const unsigned seed = 20261122;
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 rng(seed);
+  using Model = std::map<RoutePreference, std::map<ViaTypeEnum, std::map<uint32_t, uint32_t>>>;
+  Model model;
+  Kel::Ptr<Route> r = status_->routeIs(IpGenPrefix("10.1.0.0/16"));
+  auto watcher = Kel::makePtr<TreeWatcher>(r.ptr());
+  auto pick = [&](int n) { return int(rng() % unsigned(n)); };
+
+  for (int step = 0; step < 5000; ++step) {
+    const RoutePreference pref = RoutePreference(pick(4) * 50 + 1);
+    const ViaTypeEnum type = ViaTypeEnum(1 + pick(4));
+    const uint32_t v = uint32_t(pick(6));
+    switch (pick(6)) {
+      case 0:
+      case 1: {
+        const uint32_t metric = uint32_t(pick(3));
+        r->routePrefIs(pref)->dedupViaKeyIs(type, viaKeys_->dedupViaKeyIs(via(v)), metric);
+        model[pref][type][v] = metric;
+        break;
+      }
+      case 2:
+      case 3:
+        if (auto p = r->routePref(pref)) p->dedupViaKeyDel(type, via(v));
+        if (model.count(pref) && model[pref].count(type)) {
+          model[pref][type].erase(v);
+          if (model[pref][type].empty()) model[pref].erase(type);
+        }
+        break;
+      case 4:
+        if (auto p = r->routePref(pref)) p->dedupViaKeyDelAll(type);
+        if (model.count(pref)) model[pref].erase(type);
+        break;
+      case 5:
+        if (pick(4) == 0) {
+          r->routePrefDel(pref);
+          model.erase(pref);
+        } else {
+          r->routePrefIs(pref);
+          model[pref];
+        }
+        break;
+    }
+    // The store equals the model, in order.
+    Model seen;
+    for (const auto& p : r->routePref()) {
+      auto& byType = seen[p->preference()];
+      for (const auto& t : p->dedupViaKeyByViaType()) {
+        for (const auto& m : t->dedupViaKey()) {
+          byType[t->viaType().viaType()][m->viaKey().viaIndex()] = m->metric();
+        }
+      }
+    }
+    ASSERT_EQ(seen, model) << "step " << step;
+  }
+  EXPECT_GT(watcher->changes, 1000);
+  r->routePrefDelAll();
+  EXPECT_TRUE(r->routePref().empty());
+  watcher = nullptr;
+  r = nullptr;
+  status_->routeDelAll();
+  EXPECT_EQ(viaKeys_->size(), 0u);
+}
+
+TEST_F(RouteStatusTest, StatusRoutesResumeFromABookmarkInHashOrder) {
+  std::vector<IpGenPrefix> prefixes;
+  for (uint32_t i = 0; i < 300; ++i) {
+    prefixes.push_back(IpGenPrefix::fromV4(0x0a000000u + (i << 8), 24));
+    status_->routeIs(prefixes.back());
+  }
+  // Walk in slices of 7, deleting the bookmarked route and adding others in between.
+  std::map<IpGenPrefix, int> visits;
+  std::set<IpGenPrefix> removed;
+  IpGenPrefix bookmark;
+  bool started = false;
+  uint32_t added = 0;
+  for (;;) {
+    auto it = started ? status_->route().seek(bookmark) : status_->route().begin();
+    started = true;
+    int n = 0;
+    for (; it != status_->route().end() && n < 7; ++it, ++n) ++visits[(*it)->prefix()];
+    if (it == status_->route().end()) break;
+    bookmark = (*it)->prefix();
+    if (n % 2 == 0) {
+      status_->routeDel(bookmark);
+      removed.insert(bookmark);
+    }
+    status_->routeIs(IpGenPrefix::fromV4(0x0b000000u + (added++ << 8), 24));
+  }
+  for (const IpGenPrefix& p : prefixes) {
+    if (!removed.count(p)) {
+      EXPECT_EQ(visits[p], 1) << p;
+    }
+  }
+  for (const auto& [p, count] : visits) EXPECT_EQ(count, 1) << p;
+}
+
+TEST(RouteStatusDirTest, StatusIsReplacesByKeyAndNotifies) {
+  struct Watcher : RouteStatusDir::Notifiee {
+    std::vector<RouteStatusKey> keys;
+    void onStatus(const RouteStatusKey& k) override { keys.push_back(k); }
+  };
+  auto dir = routeStatusDirFactory();
+  auto w = Kel::makePtr<Watcher>();
+  w->notifierIs(dir.ptr());
+  const RouteStatusKey k(3, Pando::AddressFamily::ipv6);
+  Kel::Ptr<Status> first = statusFactory(k);
+  dir->statusIs(first);
+  dir->statusIs(first);  // the same object again: no change
+  Kel::Ptr<Status> second = statusFactory(k);
+  dir->statusIs(second);
+  EXPECT_EQ(dir->status(k), second);
+  EXPECT_EQ(w->keys.size(), 2u);
+  dir->statusDel(k);
+  EXPECT_FALSE(dir->status(k));
+  EXPECT_EQ(w->keys.size(), 3u);
+}
+
+TEST(RouteByViaKeyTest, IndexesRoutePreferencesOnce) {
+  RouteByViaKey index(via(4));
+  const PrefixPrefVrfId a(IpGenPrefix("10.0.0.0/8"), 1, 0), b(IpGenPrefix("10.0.0.0/8"), 2, 0);
+  index.routeIs(a);
+  index.routeIs(a);
+  index.routeIs(b);
+  EXPECT_EQ(index.routeSize(), 2u);
+  EXPECT_TRUE(index.routeHas(b));
+  index.routeDel(b);
+  EXPECT_FALSE(index.routeHas(b));
+  index.routeDelAll();
+  EXPECT_EQ(index.routeSize(), 0u);
+  EXPECT_EQ(index.viaKey(), via(4));
+}
+
+}  // namespace
+}  // namespace Routing::Protocol
