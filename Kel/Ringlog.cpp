@@ -1,6 +1,5 @@
 #include "Kel/Ringlog.h"
 
-#include <chrono>
 #include <sstream>
 
 #include "Kel/Assert.h"
@@ -8,12 +7,6 @@
 namespace Kel {
 
 namespace {
-
-uint64_t steadyNs() {
-  return uint64_t(std::chrono::duration_cast<std::chrono::nanoseconds>(
-                      std::chrono::steady_clock::now().time_since_epoch())
-                      .count());
-}
 
 // One reading of both clocks, taken when the first ring is made; the tick rate
 // is measured from there to each read-out, so the longer the process runs the
@@ -24,13 +17,13 @@ struct ClockReference {
 };
 
 const ClockReference& clockReference() {
-  static const ClockReference reference{traceTicks(), steadyNs()};
+  static const ClockReference reference{traceTicks(), traceSteadyNs()};
   return reference;
 }
 
-void formatArg(std::ostream& os, const RingRecord& r, const RingArgSpec& spec) {
-  const uint64_t* word = r.words + spec.offset;
-  switch (spec.kind) {
+void formatArg(std::ostream& os, const RingRecord& r, const RingArgSlot& slot) {
+  const uint64_t* word = r.words + slot.offset;
+  switch (slot.kind) {
     case RingArgKind::Bool:
       os << (*word ? "true" : "false");
       break;
@@ -54,7 +47,7 @@ void formatArg(std::ostream& os, const RingRecord& r, const RingArgSpec& spec) {
       break;
     }
     case RingArgKind::Value:
-      spec.formatter(os, word);
+      slot.formatter(os, word);
       break;
   }
 }
@@ -67,7 +60,7 @@ TraceTimeScale::TraceTimeScale() {
   ns0_ = reference.ns;
 #if defined(__x86_64__) || defined(__i386__)
   uint64_t ticks = traceTicks();
-  uint64_t ns = steadyNs();
+  uint64_t ns = traceSteadyNs();
   nsPerTick_ = ticks == ticks0_ ? 1.0 : double(ns - ns0_) / double(ticks - ticks0_);
 #else
   nsPerTick_ = 1.0;

@@ -25,6 +25,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -38,11 +39,16 @@
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <x86intrin.h>
-#else
-#include <chrono>
 #endif
 
 namespace Kel {
+
+// steady_clock time in nanoseconds: the time text traces carry.
+inline uint64_t traceSteadyNs() {
+  return uint64_t(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                      std::chrono::steady_clock::now().time_since_epoch())
+                      .count());
+}
 
 // The ring's clock: the time stamp counter where there is one (a third of the
 // cost of steady_clock), converted to steady_clock time only when read back.
@@ -50,7 +56,7 @@ inline uint64_t traceTicks() {
 #if defined(__x86_64__) || defined(__i386__)
   return __rdtsc();
 #else
-  return uint64_t(std::chrono::steady_clock::now().time_since_epoch().count());
+  return traceSteadyNs();
 #endif
 }
 
@@ -72,9 +78,9 @@ enum class RingArgKind : uint8_t { Bool, Int, Uint, Double, Literal, Text, Value
 // Prints a recorded value of one type from its bytes.
 using RingFormatter = void (*)(std::ostream&, const void*);
 
-struct RingArgSpec {
+struct RingArgSlot {
   RingArgKind kind;
-  uint8_t offset;  // first word in the record
+  uint8_t offset;           // first word in the record
   RingFormatter formatter;  // Value only
 };
 
@@ -82,9 +88,8 @@ struct RingArgSpec {
 // list of types, shared by every record that uses it.
 struct RingLayout {
   static constexpr size_t maxArgs = 6;
-  size_t count;
   size_t words;
-  RingArgSpec args[maxArgs];
+  RingArgSlot args[maxArgs];
 };
 
 struct alignas(64) RingRecord {
@@ -101,7 +106,9 @@ namespace RingDetail {
 constexpr size_t textBytes = 24;  // a length byte, then up to 23 characters
 
 template <class T>
-concept Streamable = requires(std::ostream& os, const T& v) { os << v; };
+concept Streamable = requires(std::ostream& os, const T& v) {
+  os << v;
+};
 
 template <class T>
 constexpr RingArgKind kindOf() {
@@ -148,10 +155,10 @@ constexpr size_t wordsOf() {
 
 template <class... A>
 constexpr RingLayout layoutOf() {
-  RingLayout layout{sizeof...(A), 0, {}};
+  RingLayout layout{0, {}};
   size_t i = 0;
-  auto add = [&](RingArgKind kind, size_t words, RingFormatter formatter) {
-    layout.args[i++] = RingArgSpec{kind, uint8_t(layout.words), formatter};
+  [[maybe_unused]] auto add = [&](RingArgKind kind, size_t words, RingFormatter formatter) {
+    layout.args[i++] = RingArgSlot{kind, uint8_t(layout.words), formatter};
     layout.words += words;
   };
   (add(kindOf<A>(), wordsOf<A>(), formatterOf<A>()), ...);
@@ -182,6 +189,11 @@ void store(uint64_t* word, const T& v) {
     std::memcpy(word, &v, sizeof(T));
   }
 }
+
+// How an argument of type A (as `const A&` deduces it) is kept: string
+// literals as const char*, everything else by its own type.
+template <class A>
+using Stored = std::decay_t<const A>;
 
 consteval size_t formatArgs(const char* s) {
   size_t n = 0;
@@ -238,10 +250,9 @@ class Ringlog {
   std::vector<std::string> messages(size_t n) const;
 
   template <class... A>
-  void write(int level, RingFormat<std::decay_t<A>...> format,
-             const A&... args) {
+  void write(int level, RingFormat<RingDetail::Stored<A>...> format, const A&... args) {
     static_assert(sizeof...(A) <= RingLayout::maxArgs, "a ring record holds at most 6 arguments");
-    constexpr const RingLayout& layout = RingDetail::layout<std::decay_t<A>...>;
+    constexpr const RingLayout& layout = RingDetail::layout<RingDetail::Stored<A>...>;
     static_assert(layout.words <= RingRecord::maxWords,
                   "the arguments exceed the 12 words of a ring record");
     RingRecord& r = records_[written_++ & mask_];
@@ -249,8 +260,8 @@ class Ringlog {
     r.layout = &layout;
     r.ticks = traceTicks();
     r.level = uint32_t(level);
-    size_t i = 0;
-    (RingDetail::store<std::decay_t<A>>(r.words + layout.args[i++].offset, args), ...);
+    [[maybe_unused]] size_t i = 0;
+    (RingDetail::store<RingDetail::Stored<A>>(r.words + layout.args[i++].offset, args), ...);
   }
 
  private:
@@ -263,9 +274,9 @@ class Ringlog {
 
 // Records a message in the facility's ring when its ring level is on; the
 // arguments are not evaluated otherwise.
-#define KEL_RINGLOG(facility, level, format, ...)                                   \
-  do {                                                                              \
-    if ((facility).ringOn(level)) {                                                 \
-      (facility).ringlog().write((level), format __VA_OPT__(, ) __VA_ARGS__);       \
-    }                                                                               \
+#define KEL_RINGLOG(facility, level, format, ...)                             \
+  do {                                                                        \
+    if ((facility).ringOn(level)) {                                           \
+      (facility).ringlog().write((level), format __VA_OPT__(, ) __VA_ARGS__); \
+    }                                                                         \
   } while (0)

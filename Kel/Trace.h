@@ -180,11 +180,11 @@ void traceWrite(const TraceFacility& facility, int level, std::string_view messa
 
 // Formats and writes a text trace when the facility's text level is on; the
 // stream expression is not evaluated otherwise.
-#define KEL_TRACE(facility, level, ...)                               \
-  do {                                                                \
-    if ((facility).textOn(level)) [[unlikely]] {                      \
-      std::ostringstream kelTraceText;                                \
-      kelTraceText << __VA_ARGS__;                                    \
-      ::Kel::traceWrite((facility), (level), kelTraceText.view());    \
-    }                                                                 \
+#define KEL_TRACE(facility, level, ...)                            \
+  do {                                                             \
+    if ((facility).textOn(level)) [[unlikely]] {                   \
+      std::ostringstream kelTraceText;                             \
+      kelTraceText << __VA_ARGS__;                                 \
+      ::Kel::traceWrite((facility), (level), kelTraceText.view()); \
+    }                                                              \
   } while (0)
