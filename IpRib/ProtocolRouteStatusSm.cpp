@@ -1,0 +1,833 @@
+#include "IpRib/ProtocolRouteStatusSm.h"
+
+#include "Kel/Assert.h"
+#include "Kel/Duallog.h"
+#include "Kel/System.h"
+#include "platform/Flipset/Flipset.h"
+
+namespace Routing::Protocol {
+
+namespace {
+Kel::TraceFacility trace("IpRib::RouteStatusSm");
+
+// Via set flags of a preference installed without vias.
+constexpr uint32_t flagNoViaIpv4 = 2;
+constexpr uint32_t flagNoViaIpv6 = 4;
+// The fecType of a preference installed even when no via is usable.
+constexpr uint8_t fecTypeInstallWithoutVia = 2;
+}  // namespace
+
+// Text traces start with the VRF name, ring traces with the VRF id.
+#define RSM_TRACE(level, message) KEL_TRACE(trace, level, "Vrf: " << vrfName_ << message)
+#define RSM_DUALLOG(level, message, format, ...)                                     \
+  KEL_DUALLOG(trace, level, "Vrf: " << vrfName_ << message, "Vrf Id: %s" format, vrfId_ \
+              __VA_OPT__(, ) __VA_ARGS__)
+
+// ------------------------------------------------------------ nested reactors
+
+class RouteStatusSm::KelRoute final : public Route::Notifiee {
+ public:
+  class KelRoutePref;
+  KelRoute(RouteStatusSm* sm, Route* route);
+  const Pando::IpGenPrefix& key() const { return notifier()->prefix(); }
+  void onRoutePref(const RoutePreference& pref) override;
+  void onRouteChangedAt() override { sm_->handleRoute(key()); }
+
+ private:
+  RouteStatusSm* sm_;
+  Kel::NestedReactors<RoutePreference, KelRoutePref, Kel::FlatMap> kelRoutePref_;
+};
+
+class RouteStatusSm::KelRoute::KelRoutePref final : public RoutePref::Notifiee {
+ public:
+  class KelDedupViaKeyByViaType;
+  KelRoutePref(KelRoute* parent, RoutePref* pref);
+  RoutePreference key() const { return notifier()->preference(); }
+  const Pando::IpGenPrefix& prefix() const { return parent_->key(); }
+  RouteStatusSm* sm() const { return parent_->sm_; }
+
+  void onFecType() override { sm()->handleRoute(prefix()); }
+  void onInstallInFib() override { sm()->handleRoute(prefix()); }
+  void onFibRouteType() override { sm()->handleRoute(prefix()); }
+  void onTag() override { sm()->handleRoute(prefix()); }
+  void onDedupViaKeyByViaType(const ViaType& t) override;
+  void onDedupEvpnVtepIpViaKey(const Rib::ViaKey&) override { sm()->handleRoute(prefix()); }
+  void onBfdTrackedViaColl(const Rib::ViaKey& via) override { handleBfdTrackedVia(prefix(), via); }
+  void handleBfdTrackedVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via);
+  void deleteBfdTrackedVias(const Pando::IpGenPrefix& prefix);
+  void handleDel() override { deleteBfdTrackedVias(prefix()); }
+
+ private:
+  KelRoute* parent_;
+  Kel::NestedReactors<ViaType, KelDedupViaKeyByViaType, Kel::FlatMap> kelDedupViaKeyByViaType_;
+};
+
+class RouteStatusSm::KelRoute::KelRoutePref::KelDedupViaKeyByViaType final
+    : public DedupViaKeyByViaType::Notifiee {
+ public:
+  KelDedupViaKeyByViaType(KelRoutePref* parent, DedupViaKeyByViaType* byType) : parent_(parent) {
+    notifierIs(byType);
+  }
+  ViaType key() const { return notifier()->viaType(); }
+  void onDedupViaKey(const Rib::ViaKey&) override { parent_->sm()->handleRoute(parent_->prefix()); }
+
+ private:
+  KelRoutePref* parent_;
+};
+
+RouteStatusSm::KelRoute::KelRoute(RouteStatusSm* sm, Route* route)
+    : sm_(sm), kelRoutePref_(this) {
+  notifierIs(route);
+  for (const Kel::Ptr<RoutePref>& p : route->routePref()) {
+    kelRoutePref_.insert(Kel::makePtr<KelRoutePref>(this, p.ptr()));
+  }
+}
+
+void RouteStatusSm::KelRoute::onRoutePref(const RoutePreference& pref) {
+  if (Kel::Ptr<RoutePref> p = notifier()->routePref(pref)) {
+    kelRoutePref_.insert(Kel::makePtr<KelRoutePref>(this, p.ptr()));
+  } else {
+    kelRoutePref_.erase(pref);
+  }
+  sm_->handleRoute(key());
+}
+
+RouteStatusSm::KelRoute::KelRoutePref::KelRoutePref(KelRoute* parent, RoutePref* pref)
+    : parent_(parent), kelDedupViaKeyByViaType_(this) {
+  notifierIs(pref);
+  for (const Kel::Ptr<DedupViaKeyByViaType>& t : pref->dedupViaKeyByViaType()) {
+    kelDedupViaKeyByViaType_.insert(Kel::makePtr<KelDedupViaKeyByViaType>(this, t.ptr()));
+  }
+  pref->forEachBfdTrackedVia(
+      [&](const Rib::ViaKey& via) { sm()->handleBfdTrackedVia(RouteKey(prefix(), key()), via, true); });
+}
+
+void RouteStatusSm::KelRoute::KelRoutePref::onDedupViaKeyByViaType(const ViaType& t) {
+  if (Kel::Ptr<DedupViaKeyByViaType> byType = notifier()->dedupViaKeyByViaType(t)) {
+    kelDedupViaKeyByViaType_.insert(Kel::makePtr<KelDedupViaKeyByViaType>(this, byType.ptr()));
+  } else {
+    kelDedupViaKeyByViaType_.erase(t);
+  }
+  sm()->handleRoute(prefix());
+}
+
+void RouteStatusSm::KelRoute::KelRoutePref::handleBfdTrackedVia(const Pando::IpGenPrefix& prefix,
+                                                                const Rib::ViaKey& via) {
+  const bool add = notifier()->bfdTrackedViaCollHas(via);
+  sm()->handleBfdTrackedVia(RouteKey(prefix, key()), via, add);
+  sm()->handleRoute(prefix);
+}
+
+void RouteStatusSm::KelRoute::KelRoutePref::deleteBfdTrackedVias(const Pando::IpGenPrefix& prefix) {
+  notifier()->forEachBfdTrackedVia([&](const Rib::ViaKey& via) {
+    sm()->handleBfdTrackedVia(RouteKey(prefix, key()), via, false);
+  });
+}
+
+class RouteStatusSm::KelStatus final : public Status::Notifiee {
+ public:
+  KelStatus(RouteStatusSm* sm, Status* status) : sm_(sm) { notifierIs(status); }
+  void onRoute(const Pando::IpGenPrefix& prefix) override {
+    if (Kel::Ptr<Route> route = notifier()->route(prefix)) {
+      sm_->routeIs(route);
+    } else {
+      sm_->routeDel(prefix);
+      sm_->handleRoute(prefix);  // gone from the status: gone from the RIB
+    }
+  }
+  void onInitialized() override { sm_->doReview(); }
+
+ private:
+  RouteStatusSm* sm_;
+};
+
+class RouteStatusSm::KelClock final : public Kel::Clock::Notifiee {
+ public:
+  KelClock(RouteStatusSm* sm, const Kel::Clock* clock) : sm_(sm) { notifierIs(clock); }
+  void onTimeMin() override { sm_->doReview(); }
+
+ private:
+  RouteStatusSm* sm_;
+};
+
+// Watches the one table-level attribute of a via metric status.
+class RouteStatusSm::KelViaMetricStatus final : public Rib::ViaMetricStatus::Notifiee {
+ public:
+  KelViaMetricStatus(RouteStatusSm* sm, const Rib::ViaMetricStatus* s) : sm_(sm) { notifierIs(s); }
+  void onGeneration() override { sm_->handleRoute(); }
+
+ private:
+  RouteStatusSm* sm_;
+};
+
+class RouteStatusSm::KelNhdGraph final : public Rib::Ip::GlobalNextHopDependencyGraph::Notifiee {
+ public:
+  KelNhdGraph(RouteStatusSm* sm, const Rib::Ip::GlobalNextHopDependencyGraph* g) : sm_(sm) {
+    notifierIs(g);
+  }
+  void onGeneration() override { sm_->handleRoute(); }
+
+ private:
+  RouteStatusSm* sm_;
+};
+
+class RouteStatusSm::KelLoopingRouteStatus final : public Rib::LoopingRouteStatus::Notifiee {
+ public:
+  KelLoopingRouteStatus(RouteStatusSm* sm, const Rib::LoopingRouteStatus* s) : sm_(sm) {
+    notifierIs(s);
+  }
+  void onLoopingRoute(const Pando::IpGenPrefix& prefix) override { sm_->handleRoute(prefix); }
+
+ private:
+  RouteStatusSm* sm_;
+};
+
+class RouteStatusSm::KelBfdRoute final : public BfdTrackedStaticRoutes::Notifiee {
+ public:
+  KelBfdRoute(RouteStatusSm* sm, const BfdTrackedStaticRoutes* entry) : sm_(sm) {
+    notifierIs(entry);
+  }
+  const BfdStatusKey& key() const { return notifier()->key(); }
+  void onStatus() override { handleBfdStatusChange(); }
+  void onResolvedIntf() override { handleBfdStatusChange(); }
+  void handleBfdStatusChange();
+
+ private:
+  RouteStatusSm* sm_;
+};
+
+class RouteStatusSm::KelBfdTrackedRoutesList final : public BfdTrackedStaticRoutesList::Notifiee {
+ public:
+  KelBfdTrackedRoutesList(RouteStatusSm* sm, BfdTrackedStaticRoutesList* list) : sm_(sm) {
+    notifierIs(list);
+    for (const auto& entry : list->route()) sm_->bfdRouteIs(entry);
+  }
+  void onRoute(const BfdStatusKey& key) override {
+    if (Kel::Ptr<BfdTrackedStaticRoutes> entry = notifier()->route(key)) {
+      sm_->bfdRouteIs(entry);
+    } else {
+      sm_->bfdRouteDel(key);
+    }
+  }
+
+ private:
+  RouteStatusSm* sm_;
+};
+
+void RouteStatusSm::KelBfdRoute::handleBfdStatusChange() {
+  KEL_TRACE(trace, 8, "Vrf: " << sm_->vrfName_ << " handleBfdStatusChange"
+                              << " for bfd route: " << key());
+  // Collect first: re-evaluating may change the entry's dependants.
+  std::vector<Pando::IpGenPrefix> prefixes;
+  for (const auto& dependant : notifier()->dependantRoute()) {
+    prefixes.push_back(dependant->routeKey().prefix());
+  }
+  for (const Pando::IpGenPrefix& prefix : prefixes) sm_->handleRoute(prefix);
+}
+
+// ------------------------------------------------------------ construction
+
+RouteStatusSm::RouteStatusSm(
+    const L3::VrfName& vrfName, Pando::AddressFamily af, Vrf::VrfIdMap::VrfId vrfId,
+    const Kel::Ptr<Status>& status, const Kel::Ptr<const Rib::ViaMetricStatus>& ipViaMetricStatus,
+    const Kel::Ptr<const Rib::ViaMetricStatus>& evpnViaMetricStatus,
+    const Kel::Ptr<const Rib::LoopingRouteStatus>& loopingRouteStatus,
+    const Kel::Ptr<const Rib::Ip::GlobalNextHopDependencyGraph>& nhdGraph,
+    const Kel::Ptr<Rib::RouteConfig>& ribConfig, const Kel::Ptr<Rib::ViaSetConfig>& viaSetConfig,
+    Rib::RoutingProtocol routingProtocol,
+    const Kel::Ptr<const Rib::ViaMetricStatus>& ipv4DefaultVrfViaMetricStatus,
+    const Kel::Ptr<const Rib::ViaMetricStatus>& ipv6DefaultVrfViaMetricStatus,
+    const Kel::Ptr<VrfReadyStatus>& vrfReadyStatus,
+    const Kel::Ptr<BfdTrackedStaticRoutesList>& bfdTrackedRoutesList,
+    const Kel::Ptr<const Rib::Ip::ViaConfig>& ipViaConfig,
+    const Kel::Ptr<const Rib::Ip::ViaConfig>& auxIpViaConfig,
+    const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
+    const Kel::String& ribString, const Kel::Ptr<const Rib::ViaStatusByVrf>& viaStatusByVrf)
+    : vrfName_(vrfName),
+      af_(af),
+      vrfId_(vrfId),
+      status_(status),
+      ipViaMetricStatus_(ipViaMetricStatus),
+      evpnViaMetricStatus_(evpnViaMetricStatus),
+      loopingRouteStatus_(loopingRouteStatus),
+      nhdGraph_(nhdGraph),
+      ribConfig_(ribConfig),
+      viaSetConfig_(viaSetConfig),
+      routingProtocol_(routingProtocol),
+      ipv4DefaultVrfViaMetricStatus_(ipv4DefaultVrfViaMetricStatus),
+      ipv6DefaultVrfViaMetricStatus_(ipv6DefaultVrfViaMetricStatus),
+      vrfReadyStatus_(vrfReadyStatus),
+      bfdTrackedRoutesList_(bfdTrackedRoutesList),
+      ipViaConfig_(ipViaConfig),
+      auxIpViaConfig_(auxIpViaConfig),
+      viaMetricStatusByVrf_(viaMetricStatusByVrf),
+      ribString_(ribString),
+      viaStatusByVrf_(viaStatusByVrf),
+      kelStatus_(this),
+      kelRoute_(this),
+      kelClock_(this),
+      kelIpViaMetricStatus_(this),
+      kelEvpnViaMetricStatus_(this),
+      kelNhdGraph_(this),
+      kelLoopingRouteStatus_(this),
+      kelBfdTrackedRoutesList_(this),
+      kelBfdRoute_(this) {
+  KEL_ASSERT(status_ && ribConfig_ && viaSetConfig_);
+  kelStatus_.reactorIs(Kel::makePtr<KelStatus>(this, status_.ptr()));
+  for (const Kel::Ptr<Route>& route : status_->route()) routeIs(route);
+  if (ipViaMetricStatus_) {
+    kelIpViaMetricStatus_.reactorIs(Kel::makePtr<KelViaMetricStatus>(this, ipViaMetricStatus_.ptr()));
+  }
+  if (evpnViaMetricStatus_) {
+    kelEvpnViaMetricStatus_.reactorIs(
+        Kel::makePtr<KelViaMetricStatus>(this, evpnViaMetricStatus_.ptr()));
+  }
+  if (nhdGraph_) kelNhdGraph_.reactorIs(Kel::makePtr<KelNhdGraph>(this, nhdGraph_.ptr()));
+  if (loopingRouteStatus_) {
+    kelLoopingRouteStatus_.reactorIs(
+        Kel::makePtr<KelLoopingRouteStatus>(this, loopingRouteStatus_.ptr()));
+  }
+  if (bfdTrackedRoutesList_) {
+    kelBfdTrackedRoutesList_.reactorIs(
+        Kel::makePtr<KelBfdTrackedRoutesList>(this, bfdTrackedRoutesList_.ptr()));
+  }
+  handleInitialized();
+}
+
+RouteStatusSm::~RouteStatusSm() {
+  // The route reactors go first: their preferences withdraw BFD tracking requests.
+  kelRoute_.clear();
+}
+
+void RouteStatusSm::routeIs(const Kel::Ptr<Route>& route) {
+  kelRoute_.insert(Kel::makePtr<KelRoute>(this, route.ptr()));
+}
+
+void RouteStatusSm::routeDel(const Pando::IpGenPrefix& prefix) { kelRoute_.erase(prefix); }
+
+Kel::Ptr<RouteStatusSm> routeStatusSmFactory(
+    const L3::VrfName& vrfName, Pando::AddressFamily af, Vrf::VrfIdMap::VrfId vrfId,
+    const Kel::Ptr<Status>& status, const Kel::Ptr<const Rib::ViaMetricStatus>& ipViaMetricStatus,
+    const Kel::Ptr<const Rib::ViaMetricStatus>& evpnViaMetricStatus,
+    const Kel::Ptr<const Rib::LoopingRouteStatus>& loopingRouteStatus,
+    const Kel::Ptr<const Rib::Ip::GlobalNextHopDependencyGraph>& nhdGraph,
+    const Kel::Ptr<Rib::RouteConfig>& ribConfig, const Kel::Ptr<Rib::ViaSetConfig>& viaSetConfig,
+    Rib::RoutingProtocol routingProtocol,
+    const Kel::Ptr<const Rib::ViaMetricStatus>& ipv4DefaultVrfViaMetricStatus,
+    const Kel::Ptr<const Rib::ViaMetricStatus>& ipv6DefaultVrfViaMetricStatus,
+    const Kel::Ptr<VrfReadyStatus>& vrfReadyStatus,
+    const Kel::Ptr<BfdTrackedStaticRoutesList>& bfdTrackedRoutesList,
+    const Kel::Ptr<const Rib::Ip::ViaConfig>& ipViaConfig,
+    const Kel::Ptr<const Rib::Ip::ViaConfig>& auxIpViaConfig,
+    const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
+    const Kel::String& ribString, const Kel::Ptr<const Rib::ViaStatusByVrf>& viaStatusByVrf) {
+  return Kel::makePtr<RouteStatusSm>(
+      vrfName, af, vrfId, status, ipViaMetricStatus, evpnViaMetricStatus, loopingRouteStatus,
+      nhdGraph, ribConfig, viaSetConfig, routingProtocol, ipv4DefaultVrfViaMetricStatus,
+      ipv6DefaultVrfViaMetricStatus, vrfReadyStatus, bfdTrackedRoutesList, ipViaConfig,
+      auxIpViaConfig, viaMetricStatusByVrf, ribString, viaStatusByVrf);
+}
+
+// ------------------------------------------------------------ evaluation
+
+void RouteStatusSm::handleRoute(const Pando::IpGenPrefix& prefix) { evaluate(prefix, nullptr); }
+
+RouteExplanation RouteStatusSm::explain(const Pando::IpGenPrefix& prefix) {
+  RouteExplanation explanation(prefix);
+  evaluate(prefix, &explanation);
+  return explanation;
+}
+
+void RouteStatusSm::evaluate(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer) {
+  ++evaluations_;
+  RSM_TRACE(8, " handleRoute " << prefix);
+  Kel::Ptr<Route> route = status_->route(prefix);
+  if (!route) {
+    if (observer) observer->noRoute();
+    delRoute(prefix, observer);
+    return;
+  }
+  if (route->routeChangedAt() == 0) {
+    RSM_TRACE(9, " routeChangedAt == 0 ");
+    if (observer) observer->notReady();
+    return;
+  }
+  // A nested evaluation (a RIB reactor re-entering) must not reuse the set in use.
+  const uint32_t depth = evaluationDepth_++;
+  Rib::Brisk::ViaSet local;
+  Rib::Brisk::ViaSet& viaSet = depth < 2 ? scratch_[depth] : local;
+  try {
+    evaluateRoute(*route, viaSet, observer);
+  } catch (const Kel::Exception& e) {
+    // Too many vias: this prefix keeps what the RIB has; the others go on.
+    RSM_DUALLOG(0, " (" << prefix << "), evaluation abandoned: " << e.what(),
+                " RouteStatusSm, route %s evaluation abandoned: %s", prefix,
+                std::string_view(e.what()));
+    if (observer) observer->abandoned(e.what());
+  }
+  --evaluationDepth_;
+}
+
+void RouteStatusSm::evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet,
+                                  RouteEvaluationObserver* observer) {
+  const Pando::IpGenPrefix& prefix = route.prefix();
+  for (const Kel::Ptr<RoutePref>& routePref : route.routePref()) {
+    const RoutePreference pref = routePref->preference();
+    viaSet.clear();
+    uint32_t count = 0;
+    bool labelled = false;
+    bool mostPreferred = true;
+    ViaType winningType;
+    if (observer) observer->preference(*routePref);
+
+    for (const Kel::Ptr<DedupViaKeyByViaType>& byType : routePref->dedupViaKeyByViaType()) {
+      const ViaType viaType = byType->viaType();
+      RSM_DUALLOG(9, " RouteStatusSm, viaType: " << viaType << " mostPreferredViaType: "
+                                                 << mostPreferred,
+                  " RouteStatusSm, viaType: %s mostPreferredViaType: %s", viaType.viaType(),
+                  mostPreferred);
+      if (observer) observer->viaType(viaType, mostPreferred);
+      uint32_t addedOfType = 0;
+      for (const Kel::Ptr<DedupViaKeyMetric>& entry : byType->dedupViaKey()) {
+        const Rib::ViaKey& via = entry->viaKey();
+        RSM_TRACE(9, " " << via << " via metric: " << entry->metric());
+        Kel::Ptr<const Rib::DedupViaKey> vtep = routePref->dedupEvpnVtepIpViaKey(via);
+        const Rib::ViaKey vtepVia = vtep ? vtep->key() : Rib::ViaKey();
+
+        const ViaCheck check = checkVia(prefix, via, vtepVia, pref);
+        if (check != ViaCheck::valid) {
+          RSM_DUALLOG(9, " (" << prefix << "), Preference: " << unsigned(pref) << ", Via " << via
+                              << " is unresolved",
+                      " RouteStatusSm, route %s Preference: %s Via %s is unresolved", prefix,
+                      pref, via);
+          if (observer) {
+            observer->via(via, entry->metric(),
+                          check == ViaCheck::bfdDown          ? ViaVerdict::bfdDown
+                          : check == ViaCheck::vtepUnresolved ? ViaVerdict::vtepUnresolved
+                          : check == ViaCheck::looping        ? ViaVerdict::looping
+                                                              : ViaVerdict::unresolved);
+          }
+          continue;
+        }
+        if (nhdGraph_ && nhdGraph_->loopingRoute(prefix, Rib::MetricPref(pref, entry->metric()),
+                                                 vrfId_, via, 0, 0, rib_)) {
+          RSM_DUALLOG(9, " (" << prefix << "), Preference: " << unsigned(pref) << ", Via " << via
+                              << " is looping",
+                      " RouteStatusSm, route %s Preference: %s Via %s is looping", prefix, pref,
+                      via);
+          if (observer) observer->via(via, entry->metric(), ViaVerdict::looping);
+          continue;
+        }
+        const Rib::Via* record = viaRecord(via);
+        const bool viaLabelled = record != nullptr && record->isLabelled();
+        if (!labelled && viaLabelled) {
+          RSM_DUALLOG(9, " Route " << prefix << " First occurrence of labeled Via " << via,
+                      " RouteStatusSm, route %s Preference: %s Via %s is labelled", prefix, pref,
+                      via);
+          viaSet.clear();
+          count = 0;
+          labelled = true;
+          if (observer) observer->pushedOut();
+        } else if (labelled && !viaLabelled) {
+          RSM_DUALLOG(9, " Route " << prefix << " not a labelled Via " << via,
+                      " RouteStatusSm, route %s Preference: %s Via %s is not labelled", prefix,
+                      pref, via);
+          if (observer) observer->via(via, entry->metric(), ViaVerdict::notLabelled);
+          continue;
+        }
+        if (!mostPreferred && !getBfdTrackedRouteFromViaKey(via)) {
+          RSM_DUALLOG(9, " continue as neither mostPreferred " "nor bfdTracked via",
+                      " RouteStatusSm, via: %s neither mostPreferred nor bfdTracked via", via);
+          if (observer) observer->via(via, entry->metric(), ViaVerdict::lessPreferredNotBfdTracked);
+          continue;
+        }
+        viaSet.viaKeyIs(count, via);
+        ++count;
+        ++addedOfType;
+        RSM_DUALLOG(9, " (" << prefix << "), Preference: " << unsigned(pref) << ", Adding Via "
+                            << via << " to Via Set",
+                    " RouteStatusSm, route %s Preference: %s adding Via %s to Via Set", prefix, pref,
+                    via);
+        if (observer) observer->via(via, entry->metric(), ViaVerdict::added);
+      }
+      if (addedOfType > 0) {
+        winningType = viaType;
+        break;
+      }
+      mostPreferred = false;
+    }
+
+    if (count == 0) {
+      if (routePref->fecType() != fecTypeInstallWithoutVia) {
+        if (observer) observer->preferenceDone(false);
+        continue;
+      }
+      viaSet.clear();
+      viaSet.flagsIs(af_ == Pando::AddressFamily::ipv4 ? flagNoViaIpv4 : flagNoViaIpv6);
+    }
+    if (observer) observer->preferenceDone(true);
+    if (Flipset::getToggleState("StaticRouteMetric")) {
+      addRouteWithLowestMetric(prefix, routePref, viaSet, route.srcVrfId(), winningType, observer);
+    } else {
+      addRoute(prefix, *routePref, viaSet, route.srcVrfId(), 0, observer);
+    }
+    return;
+  }
+  delRoute(prefix, observer);
+}
+
+RouteStatusSm::ViaCheck RouteStatusSm::checkEvpnVia(const Pando::IpGenPrefix& prefix,
+                                                    const Rib::ViaKey& via,
+                                                    const Rib::ViaKey& vtepVia) const {
+  bool valid = false;
+  ViaCheck check = ViaCheck::unresolved;
+  if (evpnViaMetricStatus_) {
+    const Rib::ViaMetric* metric = evpnViaMetricStatus_->viaMetric(via);
+    valid = metric != nullptr && !metric->isEmpty();
+    if (valid && !vtepVia.isEmpty()) {
+      const Kel::Ptr<const Rib::ViaMetricStatus>& vtepStatus =
+          vtepVia.kind() == Rib::ViaKey::kindIpv4 ? ipv4DefaultVrfViaMetricStatus_
+                                                 : ipv6DefaultVrfViaMetricStatus_;
+      const Rib::ViaMetric* vtepMetric = vtepStatus ? vtepStatus->viaMetric(vtepVia) : nullptr;
+      valid = vtepMetric != nullptr && !vtepMetric->isEmpty() &&
+              (vtepMetric->source() != Rib::ViaMetric::sourceSpecial ||
+               vtepMetric->metricPref().preference == Rib::ViaMetric::vtepSpecialPreference);
+      if (!valid) check = ViaCheck::vtepUnresolved;
+    }
+  }
+  RSM_TRACE(9, " Route: " << prefix << ", valid via: " << (valid ? "true" : "false"));
+  return valid ? ViaCheck::valid : check;
+}
+
+RouteStatusSm::ViaCheck RouteStatusSm::checkVia(const Pando::IpGenPrefix& prefix,
+                                                const Rib::ViaKey& via, const Rib::ViaKey& vtepVia,
+                                                RoutePreference pref) const {
+  RSM_TRACE(9, " validVia " << prefix << " and " << via << " evpn " << vtepVia << " pref "
+                           << unsigned(pref));
+  if (via.kind() == Rib::ViaKey::kindEvpn) return checkEvpnVia(prefix, via, vtepVia);
+
+  if (Kel::Ptr<const BfdTrackedStaticRoutes> bfd = getBfdTrackedRouteFromViaKey(via)) {
+    if (bfd->dependantRoute(RouteKey(prefix, pref)) &&
+        !(bfd->status() && !bfd->resolvedIntf().isEmpty())) {
+      RSM_DUALLOG(9, " via: " << via << " not valid as " "no bfdTrackedRoutes/bfdTrackedRoutes->status",
+                  " RouteStatusSm, via: %s not valid as no" "bfdTrackedRoutes/bfdTrackedRoutesStatus",
+                  via);
+      return ViaCheck::bfdDown;
+    }
+  }
+  if (!viaMetricStatusByVrf_) return ViaCheck::unresolved;
+  const Rib::ViaMetricStatusByTransport* byTransport =
+      viaMetricStatusByVrf_->viaMetricStatusByTransport(via.vrfId()).ptr();
+  if (byTransport == nullptr) {
+    RSM_TRACE(9, " no vmt");
+    return ViaCheck::unresolved;
+  }
+  const Rib::ViaMetricStatusByProtocol* byProtocol =
+      byTransport->viaMetricStatusByProtocol(via.kind()).ptr();
+  if (byProtocol == nullptr) {
+    RSM_TRACE(9, " no vmp");
+    return ViaCheck::unresolved;
+  }
+  const Rib::ViaMetricStatus* metrics = byProtocol->viaMetricStatus(via.selector()).ptr();
+  const Rib::ViaMetric* metric = metrics ? metrics->viaMetric(via) : nullptr;
+  if (metric == nullptr) {
+    RSM_TRACE(9, " no vms");
+    return ViaCheck::unresolved;
+  }
+  if (metric->isEmpty() || metric->source() == Rib::ViaMetric::sourceSpecial) {
+    return ViaCheck::unresolved;
+  }
+  if (metric->looping()) {
+    RSM_DUALLOG(9, " (" << prefix << "), Looping Via: " << via,
+                " RouteStatusSm, Route %s, Looping Via: %s", prefix, via);
+    return ViaCheck::looping;
+  }
+  return ViaCheck::valid;
+}
+
+bool RouteStatusSm::validVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via,
+                             const Rib::ViaKey& vtepVia, RoutePreference pref) const {
+  return checkVia(prefix, via, vtepVia, pref) == ViaCheck::valid;
+}
+
+const Rib::Via* RouteStatusSm::viaRecord(const Rib::ViaKey& via) const {
+  const Pando::AddressFamily transportAf = Rib::transportAf(via.kind());
+  const Kel::Ptr<const Rib::Ip::ViaConfig>& config =
+      transportAf == af_ || transportAf == Pando::AddressFamily::ipunknown ? ipViaConfig_
+                                                                          : auxIpViaConfig_;
+  return config ? config->via(via) : nullptr;
+}
+
+Rib::Via RouteStatusSm::getViaFromKey(const Rib::ViaKey& via) const {
+  const Rib::Via* record = viaRecord(via);
+  return record ? *record : Rib::Via();
+}
+
+BfdStatusKey RouteStatusSm::bfdStatusKey(const Rib::Via& via) const {
+  // A link-local next hop is only unique together with its interface.
+  return BfdStatusKey(via.nextHop(),
+                      via.nextHop().isLinkLocal() ? via.intf() : Pando::IntfId());
+}
+
+Kel::Ptr<const BfdTrackedStaticRoutes> RouteStatusSm::getBfdTrackedRouteFromViaKey(
+    const Rib::ViaKey& via) const {
+  if (!bfdTrackedRoutesList_ || bfdTrackedRoutesList_->routeSize() == 0) return nullptr;
+  const Rib::Via* record = viaRecord(via);
+  if (record == nullptr) return nullptr;
+  return bfdTrackedRoutesList_->route(bfdStatusKey(*record));
+}
+
+void RouteStatusSm::doAddRouteWithLowestMetric(const Pando::IpGenPrefix& prefix,
+                                               const Kel::Ptr<RoutePref>& routePref,
+                                               const Rib::Brisk::ViaSet& viaSet,
+                                               Vrf::VrfIdMap::VrfId srcVrfId, ViaType viaType) {
+  addRouteWithLowestMetric(prefix, routePref, viaSet, srcVrfId, viaType, nullptr);
+}
+
+void RouteStatusSm::addRouteWithLowestMetric(const Pando::IpGenPrefix& prefix,
+                                             const Kel::Ptr<RoutePref>& routePref,
+                                             const Rib::Brisk::ViaSet& viaSet,
+                                             Vrf::VrfIdMap::VrfId srcVrfId, ViaType viaType,
+                                             RouteEvaluationObserver* observer) {
+  const RoutePreference pref = routePref->preference();
+  if (viaSet.empty()) {
+    RSM_TRACE(9, " (" << prefix << "), Adding route, Preference: " << unsigned(pref)
+                      << " has zero vias in viaSet ");
+    addRoute(prefix, *routePref, viaSet, srcVrfId, 0, observer);
+    return;
+  }
+  const Kel::Ptr<DedupViaKeyByViaType> byType = routePref->dedupViaKeyByViaType(viaType);
+  KEL_ASSERT(byType);
+  RouteMetric lowest = 0xFFFFFFFF;
+  for (const Rib::ViaKey& via : viaSet) {
+    const Kel::Ptr<DedupViaKeyMetric> entry = byType->dedupViaKey(via);
+    KEL_ASSERT(entry);
+    if (entry->metric() < lowest) lowest = entry->metric();
+  }
+  // Scratch for the cut set: the other scratch slot when free, else a local.
+  Rib::Brisk::ViaSet local;
+  Rib::Brisk::ViaSet& lowestSet =
+      (&viaSet == &scratch_[0] && evaluationDepth_ == 1) ? scratch_[1] : local;
+  lowestSet.clear();
+  lowestSet.flagsIs(viaSet.flags());
+  uint32_t n = 0;
+  for (const Rib::ViaKey& via : viaSet) {
+    const RouteMetric metric = byType->dedupViaKey(via)->metric();
+    if (metric == lowest) {
+      lowestSet.viaKeyIs(n++, via);
+    } else if (observer) {
+      observer->via(via, metric, ViaVerdict::cutByMetric);
+    }
+  }
+  RSM_TRACE(9, " (" << prefix << "), Adding route, Preference: " << unsigned(pref) << ", with "
+                    << n << " vias of metric: " << lowest);
+  if (observer) observer->metricCut(lowest);
+  addRoute(prefix, *routePref, lowestSet, srcVrfId, lowest, observer);
+}
+
+void RouteStatusSm::doAddRoute(const Pando::IpGenPrefix& prefix,
+                               const Kel::Ptr<RoutePref>& routePref,
+                               const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId,
+                               RouteMetric metric) {
+  addRoute(prefix, *routePref, viaSet, srcVrfId, metric, nullptr);
+}
+
+void RouteStatusSm::addRoute(const Pando::IpGenPrefix& prefix, const RoutePref& routePref,
+                             const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId,
+                             RouteMetric metric, RouteEvaluationObserver* observer) {
+  Kel::Ptr<const Rib::ViaSetEntry> entry = viaSetConfig_->dedupConfigViaSetIs(viaSet);
+  const RoutePreference pref = routePref.preference();
+  RSM_DUALLOG(8, " (" << prefix << "), Adding route, Preference: " << unsigned(pref)
+                      << ", ViaSet: " << entry->id() << ", with " << viaSet.size() << " vias",
+              " RouteStatusSm: add route %s to RIB, preference: %s ViaSet: %s, with %s vias",
+              prefix, pref, entry->id(), viaSet.size());
+  Rib::Route route(Rib::RouteKey(vrfId_, prefix));
+  route.routingProtocolIs(routingProtocol_);
+  route.metricPrefIs(Rib::MetricPref(pref, metric));
+  route.fibRouteTypeIs(routePref.fibRouteType());
+  route.tagIs(routePref.tag());
+  route.viaSetIs(std::move(entry));
+  route.srcVrfIdIs(srcVrfId);
+  if (!routePref.installInFib()) route.flagsIs(Rib::Route::flagNoFibInstall);
+  ribConfig_->routeAdd(route);
+  if (observer) observer->added(route, viaSet.size());
+}
+
+void RouteStatusSm::doDelRoute(const Pando::IpGenPrefix& prefix) { delRoute(prefix, nullptr); }
+
+void RouteStatusSm::delRoute(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer) {
+  RSM_DUALLOG(8, " (" << prefix << "), Deleting route", " RouteConfigSm: deleting route %s",
+              prefix);
+  ribConfig_->routeDelete(Rib::RouteKey(vrfId_, prefix));
+  if (observer) observer->deleted();
+}
+
+void RouteStatusSm::doCleanupRibConfig() {
+  RSM_TRACE(8, " doCleanupRibConfig");
+  std::vector<Pando::IpGenPrefix> stale;
+  for (const Rib::Route& route : ribConfig_->route()) {
+    if (route.key().vrfId() == vrfId_ && route.key().prefix().af() == af_ &&
+        !status_->route(route.key().prefix())) {
+      stale.push_back(route.key().prefix());
+    }
+  }
+  for (const Pando::IpGenPrefix& prefix : stale) doDelRoute(prefix);
+  viaSetConfig_->restartingVrfDel(vrfName_);
+}
+
+// ------------------------------------------------------------ review
+
+void RouteStatusSm::handleInitialized() {
+  RSM_TRACE(8, " handleInitialized");
+  clockIs(Kel::ActivityManager::instance().newClock());
+  ribIs(ribString_.view() == Rib::mribString ? Rib::RibType::mrib : Rib::RibType::unicast);
+  initializedIs(true);
+  viaSetConfig_->restartingVrfIs(vrfName_);
+  handleRoute();
+}
+
+void RouteStatusSm::clockIs(const Kel::Ptr<const Kel::Clock>& clock) {
+  if (clock_ == clock) return;
+  clock_ = clock;
+  kelClock_.reactorIs(clock ? Kel::makePtr<KelClock>(this, clock.ptr()) : nullptr);
+}
+
+void RouteStatusSm::handleRoute() {
+  KEL_RINGLOG(trace, 8, "Vrf Id: %s RouteStatusSm, schedule review", vrfId_);
+  RSM_TRACE(8, " RouteStatusSm, schedule review");
+  updateRouteReviewState(false);
+  reviewBookmarkIs(Pando::IpGenPrefix());
+  if (clock_) clock_->timeMinIs(Kel::System::currentTime());
+}
+
+void RouteStatusSm::reviewedOnceIs(bool v) {
+  if (reviewedOnce_ == v) return;
+  reviewedOnce_ = v;
+  doCleanupRibConfig();
+}
+
+void RouteStatusSm::updateRouteReviewState(bool complete) {
+  if (!vrfReadyStatus_) return;
+  if (af_ == Pando::AddressFamily::ipv4) {
+    vrfReadyStatus_->v4RouteReviewCompleteIs(complete);
+  } else {
+    vrfReadyStatus_->v6RouteReviewCompleteIs(complete);
+  }
+}
+
+void RouteStatusSm::doReview() {
+  RSM_TRACE(8, " doReview");
+  if (!initialized_ || !status_->initialized()) {
+    RSM_TRACE(8, " exit doReview if status is not initialized ");
+    return;
+  }
+  ++reviewSlices_;
+  const Status::RouteMap& routes = status_->route();
+  Status::RouteMap::const_iterator it;
+  if (!reviewBookmark_.isEmpty()) {
+    it = routes.seek(reviewBookmark_);
+    if (it != routes.end()) {
+      RSM_DUALLOG(8, " Resuming review at " << (*it)->prefix(),
+                  " RouteStatusSm: Resuming review at %s", (*it)->prefix());
+    }
+  } else {
+    it = routes.begin();
+    if (it != routes.end()) {
+      RSM_DUALLOG(8, " Starting review at " << (*it)->prefix(),
+                  " RouteStatusSm: Starting review at %s", (*it)->prefix());
+    }
+  }
+  const double start = Kel::System::currentTime();
+  while (it != routes.end()) {
+    // Evaluating may change the collection (a RIB reactor re-entering):
+    // hold the route and re-seek behind it.
+    const Pando::IpGenPrefix prefix = (*it)->prefix();
+    const uint32_t size = routes.size();
+    handleRoute(prefix);
+    if (routes.size() != size) {
+      it = routes.seek(prefix);
+      if (it != routes.end() && (*it)->prefix() == prefix) ++it;
+    } else {
+      ++it;
+    }
+    if (start + reviewQuantum_ <= Kel::System::currentTime()) {
+      if (it == routes.end()) break;
+      reviewBookmarkIs((*it)->prefix());
+      RSM_DUALLOG(8, " Suspending review at: " << reviewBookmark_,
+                  " RouteStatusSm: Suspending review at %s", reviewBookmark_);
+      clock_->timeMinIs(Kel::System::currentTime());
+      return;
+    }
+  }
+  updateRouteReviewState(true);
+  RSM_DUALLOG(8, " Finished review", " RouteStatusSm: Finished review ");
+  reviewBookmarkIs(Pando::IpGenPrefix());
+  reviewedOnceIs(true);
+}
+
+// ------------------------------------------------------------ BFD tracking
+
+void RouteStatusSm::handleBfdTrackedVia(const RouteKey& routeKey, const Rib::ViaKey& via,
+                                        bool add) {
+  RSM_TRACE(8, " handleBfdTrackedVia" << " for route " << routeKey << ", via " << via << ", add "
+                                      << add);
+  if (!bfdTrackedRoutesList_) return;
+  const Rib::Via* record = viaRecord(via);
+  const Rib::Via viaValue = record ? *record : Rib::Via();
+  const BfdStatusKey key = bfdStatusKey(viaValue);
+  const Routing::Via trackedVia(key.addr(), key.intf());
+  RSM_TRACE(9, " Using bfdStatusKey: addr " << key.addr() << " intf " << key.intf());
+  Kel::Ptr<BfdTrackedStaticRoutes> entry = bfdTrackedRoutesList_->route(key);
+  if (add) {
+    if (!entry) {
+      RSM_TRACE(9, " New status object being created for bfdStatusKey addr "
+                       << key.addr() << " intf " << key.intf());
+      entry = bfdTrackedRoutesList_->routeIs(key);
+      entry->dependantRouteIs(routeKey)->trackedViaIs(trackedVia);
+      entry->statusIs(false);
+      if (!viaValue.intf().isEmpty()) {
+        RSM_TRACE(9, " Resolved interface is " << viaValue.intf());
+        entry->resolvedIntfIs(viaValue.intf());
+      }
+      return;
+    }
+    RSM_TRACE(9, " Status object exists for key: " << key);
+    if (!entry->dependantRoute(routeKey)) {
+      RSM_TRACE(9, " New routeKey route " << routeKey.prefix() << " pref "
+                                          << unsigned(routeKey.preference())
+                                          << " is being added to status object");
+      entry->dependantRouteIs(routeKey);
+    }
+    RSM_TRACE(9, " New via " << key.addr() << " " << key.intf()
+                             << " is being added to the status object");
+    entry->dependantRoute(routeKey)->trackedViaIs(trackedVia);
+    return;
+  }
+  Kel::Ptr<TrackedViaList> tracked = entry ? entry->dependantRoute(routeKey) : nullptr;
+  if (!tracked) {
+    RSM_TRACE(9, " BFD was not enabled for this routeKey: " << routeKey);
+    return;
+  }
+  RSM_TRACE(9, " Deleting via " << key.addr() << " " << key.intf() << " from status object");
+  tracked->trackedViaDel(trackedVia);
+  if (tracked->trackedViaSize() == 0) {
+    RSM_TRACE(9, " No more BFD tracked vias for route " << routeKey.prefix() << " pref "
+                                                        << unsigned(routeKey.preference()));
+    entry->dependantRouteDel(routeKey);
+  }
+  if (entry->dependantRouteSize() == 0) {
+    RSM_TRACE(9, " No more dependant routes for key: addr " << key.addr() << " intf "
+                                                            << key.intf());
+    bfdTrackedRoutesList_->routeDel(key);
+  }
+}
+
+void RouteStatusSm::bfdRouteIs(const Kel::Ptr<const BfdTrackedStaticRoutes>& entry) {
+  kelBfdRoute_.insert(Kel::makePtr<KelBfdRoute>(this, entry.ptr()));
+}
+
+void RouteStatusSm::bfdRouteDel(const BfdStatusKey& key) { kelBfdRoute_.erase(key); }
+
+void RouteStatusSm::bfdRouteDelAll() { kelBfdRoute_.clear(); }
+
+}  // namespace Routing::Protocol

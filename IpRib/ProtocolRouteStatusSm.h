@@ -1,0 +1,216 @@
+// RouteStatusSm: turns one protocol route status (one VRF, one address
+// family) into RIB route and via set configuration, and keeps it exact.
+//
+// Every change of a route, its preferences or vias re-evaluates that prefix
+// at once (handleRoute(prefix)): the most preferred preference with usable
+// vias wins, within it the most preferred via type that yields vias (less
+// preferred types contribute only BFD-tracked vias), labelled vias push out
+// unlabelled ones, and with "StaticRouteMetric" on only the lowest metric is
+// kept. Changes that affect all vias (a via metric or dependency graph table
+// changing as a whole) schedule a full review, which runs in slices of
+// `reviewQuantum` seconds from a prefix bookmark on the framework clock, so
+// the event loop is never held longer than one slice plus one evaluation.
+//
+// explain(prefix) runs the very same evaluation with an observer and returns
+// what it saw; nobody asking costs one pointer test per step.
+//
+// One thread. Handlers may run from any notification of the inputs; the
+// RIB writes they make notify the RIB's own reactors synchronously.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "IpRib/ProtocolGrTypes.h"
+#include "IpRib/ProtocolRouteStatus.h"
+#include "IpRib/ProtocolRouteStatusExplain.h"
+#include "Kel/Clock.h"
+#include "Kel/NestedReactors.h"
+#include "Kel/String.h"
+#include "platform/Routing/Bfd/BfdTrackedStaticRoutes.h"
+#include "platform/Routing/Rib/Brisk/ViaSet.h"
+#include "platform/Routing/Rib/Ip/GlobalNextHopDependencyGraph.h"
+#include "platform/Routing/Rib/Ip/ViaConfig.h"
+#include "platform/Routing/Rib/LoopingRouteStatus.h"
+#include "platform/Routing/Rib/RouteConfig.h"
+#include "platform/Routing/Rib/Transport.h"
+#include "platform/Routing/Rib/Via.h"
+#include "platform/Routing/Rib/ViaMetricStatus.h"
+#include "platform/Routing/Rib/ViaSetConfig.h"
+#include "platform/Routing/Rib/ViaStatusByVrf.h"
+
+namespace Routing::Protocol {
+
+class RouteStatusSm final : public Kel::NotifieeBase {
+ public:
+  RouteStatusSm(const L3::VrfName& vrfName, Pando::AddressFamily af, Vrf::VrfIdMap::VrfId vrfId,
+                const Kel::Ptr<Status>& status,
+                const Kel::Ptr<const Rib::ViaMetricStatus>& ipViaMetricStatus,
+                const Kel::Ptr<const Rib::ViaMetricStatus>& evpnViaMetricStatus,
+                const Kel::Ptr<const Rib::LoopingRouteStatus>& loopingRouteStatus,
+                const Kel::Ptr<const Rib::Ip::GlobalNextHopDependencyGraph>& nhdGraph,
+                const Kel::Ptr<Rib::RouteConfig>& ribConfig,
+                const Kel::Ptr<Rib::ViaSetConfig>& viaSetConfig,
+                Rib::RoutingProtocol routingProtocol,
+                const Kel::Ptr<const Rib::ViaMetricStatus>& ipv4DefaultVrfViaMetricStatus,
+                const Kel::Ptr<const Rib::ViaMetricStatus>& ipv6DefaultVrfViaMetricStatus,
+                const Kel::Ptr<VrfReadyStatus>& vrfReadyStatus,
+                const Kel::Ptr<BfdTrackedStaticRoutesList>& bfdTrackedRoutesList,
+                const Kel::Ptr<const Rib::Ip::ViaConfig>& ipViaConfig,
+                const Kel::Ptr<const Rib::Ip::ViaConfig>& auxIpViaConfig,
+                const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
+                const Kel::String& ribString,
+                const Kel::Ptr<const Rib::ViaStatusByVrf>& viaStatusByVrf);
+  ~RouteStatusSm() override;
+
+  // ------------------------------------------------------------ identity
+  const L3::VrfName& vrfName() const { return vrfName_; }
+  Pando::AddressFamily af() const { return af_; }
+  Vrf::VrfIdMap::VrfId vrfId() const { return vrfId_; }
+  const Kel::Ptr<Status>& status() const { return status_; }
+  Rib::RibType rib() const { return rib_; }
+  void ribIs(Rib::RibType rib) { rib_ = rib; }
+
+  // ------------------------------------------------------------ evaluation
+  // Evaluates one prefix and writes (or deletes) its RIB route.
+  void handleRoute(const Pando::IpGenPrefix& prefix);
+  // Evaluates one prefix like handleRoute and tells what it saw.
+  RouteExplanation explain(const Pando::IpGenPrefix& prefix);
+  bool validVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via,
+                const Rib::ViaKey& vtepVia, RoutePreference pref) const;
+  Rib::Via getViaFromKey(const Rib::ViaKey& via) const;
+  Kel::Ptr<const BfdTrackedStaticRoutes> getBfdTrackedRouteFromViaKey(const Rib::ViaKey& via) const;
+  void doAddRoute(const Pando::IpGenPrefix& prefix, const Kel::Ptr<RoutePref>& routePref,
+                  const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId,
+                  RouteMetric metric);
+  void doAddRouteWithLowestMetric(const Pando::IpGenPrefix& prefix,
+                                  const Kel::Ptr<RoutePref>& routePref,
+                                  const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId,
+                                  ViaType viaType);
+  void doDelRoute(const Pando::IpGenPrefix& prefix);
+  void doCleanupRibConfig();
+
+  // ------------------------------------------------------------ review
+  const Pando::IpGenPrefix& reviewBookmark() const { return reviewBookmark_; }
+  double reviewQuantum() const { return reviewQuantum_; }
+  bool reviewedOnce() const { return reviewedOnce_; }
+  bool initialized() const { return initialized_; }
+  const Kel::Ptr<const Kel::Clock>& clock() const { return clock_; }
+  void reviewBookmarkIs(const Pando::IpGenPrefix& p) { reviewBookmark_ = p; }
+  void reviewQuantumIs(double q) { reviewQuantum_ = q; }
+  void initializedIs(bool v) { initialized_ = v; }
+  // Runs doCleanupRibConfig the first time it becomes true.
+  void reviewedOnceIs(bool v);
+  void clockIs(const Kel::Ptr<const Kel::Clock>& clock);
+  // Schedules a full review from the beginning.
+  void handleRoute();
+  // Runs one slice of the review.
+  void doReview();
+  void updateRouteReviewState(bool complete);
+  void handleInitialized();
+
+  // ------------------------------------------------------------ BFD tracking
+  void handleBfdTrackedVia(const RouteKey& routeKey, const Rib::ViaKey& via, bool add);
+  void bfdRouteIs(const Kel::Ptr<const BfdTrackedStaticRoutes>& entry);
+  void bfdRouteDel(const BfdStatusKey& key);
+  void bfdRouteDelAll();
+
+  // Counters for tests and show output.
+  uint64_t evaluations() const { return evaluations_; }
+  uint64_t reviewSlices() const { return reviewSlices_; }
+
+  class KelStatus;
+  class KelRoute;
+  class KelClock;
+  class KelViaMetricStatus;
+  class KelNhdGraph;
+  class KelLoopingRouteStatus;
+  class KelBfdTrackedRoutesList;
+  class KelBfdRoute;
+
+ private:
+  enum class ViaCheck : uint8_t { valid, unresolved, looping, bfdDown, vtepUnresolved };
+  ViaCheck checkVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via,
+                    const Rib::ViaKey& vtepVia, RoutePreference pref) const;
+  ViaCheck checkEvpnVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via,
+                        const Rib::ViaKey& vtepVia) const;
+  void evaluate(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer);
+  void evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet,
+                     RouteEvaluationObserver* observer);
+  void addRouteWithLowestMetric(const Pando::IpGenPrefix& prefix,
+                                const Kel::Ptr<RoutePref>& routePref,
+                                const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId,
+                                ViaType viaType, RouteEvaluationObserver* observer);
+  void addRoute(const Pando::IpGenPrefix& prefix, const RoutePref& routePref,
+                const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId,
+                RouteMetric metric, RouteEvaluationObserver* observer);
+  void delRoute(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer);
+  const Rib::Via* viaRecord(const Rib::ViaKey& via) const;
+  BfdStatusKey bfdStatusKey(const Rib::Via& via) const;
+  void routeIs(const Kel::Ptr<Route>& route);
+  void routeDel(const Pando::IpGenPrefix& prefix);
+
+  // Inputs, in the constructor's order.
+  L3::VrfName vrfName_;
+  Pando::AddressFamily af_;
+  Vrf::VrfIdMap::VrfId vrfId_;
+  Kel::Ptr<Status> status_;
+  Kel::Ptr<const Rib::ViaMetricStatus> ipViaMetricStatus_;
+  Kel::Ptr<const Rib::ViaMetricStatus> evpnViaMetricStatus_;
+  Kel::Ptr<const Rib::LoopingRouteStatus> loopingRouteStatus_;
+  Kel::Ptr<const Rib::Ip::GlobalNextHopDependencyGraph> nhdGraph_;
+  Kel::Ptr<Rib::RouteConfig> ribConfig_;
+  Kel::Ptr<Rib::ViaSetConfig> viaSetConfig_;
+  Rib::RoutingProtocol routingProtocol_;
+  Kel::Ptr<const Rib::ViaMetricStatus> ipv4DefaultVrfViaMetricStatus_;
+  Kel::Ptr<const Rib::ViaMetricStatus> ipv6DefaultVrfViaMetricStatus_;
+  Kel::Ptr<VrfReadyStatus> vrfReadyStatus_;
+  Kel::Ptr<BfdTrackedStaticRoutesList> bfdTrackedRoutesList_;
+  Kel::Ptr<const Rib::Ip::ViaConfig> ipViaConfig_;
+  Kel::Ptr<const Rib::Ip::ViaConfig> auxIpViaConfig_;
+  Kel::Ptr<const Rib::ViaMetricStatusByVrf> viaMetricStatusByVrf_;
+  Kel::String ribString_;
+  Kel::Ptr<const Rib::ViaStatusByVrf> viaStatusByVrf_;
+
+  Rib::RibType rib_ = Rib::RibType::unicast;
+  Pando::IpGenPrefix reviewBookmark_;
+  double reviewQuantum_ = 0.1;
+  bool reviewedOnce_ = false;
+  bool initialized_ = false;
+  Kel::Ptr<const Kel::Clock> clock_;
+  uint64_t evaluations_ = 0;
+  uint64_t reviewSlices_ = 0;
+  // Scratch via sets: evaluation must not allocate. A nested evaluation
+  // (a RIB reactor re-entering) takes a fresh one.
+  Rib::Brisk::ViaSet scratch_[2];
+  uint32_t evaluationDepth_ = 0;
+
+  Kel::NestedReactor<KelStatus> kelStatus_;
+  Kel::NestedReactors<Pando::IpGenPrefix, KelRoute> kelRoute_;
+  Kel::NestedReactor<KelClock> kelClock_;
+  Kel::NestedReactor<KelViaMetricStatus> kelIpViaMetricStatus_;
+  Kel::NestedReactor<KelViaMetricStatus> kelEvpnViaMetricStatus_;
+  Kel::NestedReactor<KelNhdGraph> kelNhdGraph_;
+  Kel::NestedReactor<KelLoopingRouteStatus> kelLoopingRouteStatus_;
+  Kel::NestedReactor<KelBfdTrackedRoutesList> kelBfdTrackedRoutesList_;
+  Kel::NestedReactors<BfdStatusKey, KelBfdRoute> kelBfdRoute_;
+};
+
+Kel::Ptr<RouteStatusSm> routeStatusSmFactory(
+    const L3::VrfName& vrfName, Pando::AddressFamily af, Vrf::VrfIdMap::VrfId vrfId,
+    const Kel::Ptr<Status>& status, const Kel::Ptr<const Rib::ViaMetricStatus>& ipViaMetricStatus,
+    const Kel::Ptr<const Rib::ViaMetricStatus>& evpnViaMetricStatus,
+    const Kel::Ptr<const Rib::LoopingRouteStatus>& loopingRouteStatus,
+    const Kel::Ptr<const Rib::Ip::GlobalNextHopDependencyGraph>& nhdGraph,
+    const Kel::Ptr<Rib::RouteConfig>& ribConfig, const Kel::Ptr<Rib::ViaSetConfig>& viaSetConfig,
+    Rib::RoutingProtocol routingProtocol,
+    const Kel::Ptr<const Rib::ViaMetricStatus>& ipv4DefaultVrfViaMetricStatus,
+    const Kel::Ptr<const Rib::ViaMetricStatus>& ipv6DefaultVrfViaMetricStatus,
+    const Kel::Ptr<VrfReadyStatus>& vrfReadyStatus,
+    const Kel::Ptr<BfdTrackedStaticRoutesList>& bfdTrackedRoutesList,
+    const Kel::Ptr<const Rib::Ip::ViaConfig>& ipViaConfig,
+    const Kel::Ptr<const Rib::Ip::ViaConfig>& auxIpViaConfig,
+    const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
+    const Kel::String& ribString, const Kel::Ptr<const Rib::ViaStatusByVrf>& viaStatusByVrf);
+
+}  // namespace Routing::Protocol

@@ -1,0 +1,18 @@
+// Routing::Rib::Evpn::ViaConfig: the EVPN via records (VTEP, VNI, router
+// MAC) that the RIB's EVPN via keys stand for.
+// See detail/ViaRecordTable.h for the contract and costs.
+// Decided here: a record is stored under any key it is given; the key's kind
+// is not checked to be EVPN.
+#pragma once
+
+#include "platform/Routing/Rib/Evpn/Via.h"
+#include "platform/Routing/Rib/detail/ViaRecordTable.h"
+
+namespace Routing::Rib::Evpn {
+
+class ViaConfig final : public detail::ViaRecordTable<ViaConfig, Via> {
+ public:
+  const char* typeName() const override { return "Routing::Rib::Evpn::ViaConfig"; }
+};
+
+}  // namespace Routing::Rib::Evpn

@@ -1,0 +1,39 @@
+#include "platform/Routing/Rib/RouteConfig.h"
+
+#include <utility>
+#include <vector>
+
+#include "Kel/Error.h"
+
+namespace Routing::Rib {
+
+void RouteConfig::routeAdd(const Route& r) {
+  if (Route* present = route_.find(r.key())) {
+    if (*present == r) return;
+    // The old route goes after the slot is rewritten: dropping its via set
+    // may notify reactors that write to this table.
+    Route old = std::exchange(*present, r);
+  } else {
+    if (route_.size() >= capacity_) throw Kel::RangeError("RouteConfig::route capacity exceeded");
+    route_.insert(Route(r));
+  }
+  ++adds_;
+  notifyKey(&Notifiee::onRoute, r.key());
+}
+
+void RouteConfig::routeDelete(const RouteKey& k) {
+  if (!route_.erase(k)) return;
+  ++deletes_;
+  notifyKey(&Notifiee::onRoute, k);
+}
+
+void RouteConfig::doDeleteRoutesForVrf(Vrf::VrfIdMap::VrfId vrfId) {
+  // Keys first: reactors may change the table while it is being emptied.
+  std::vector<RouteKey> doomed;
+  for (const Route& r : route_) {
+    if (r.key().vrfId() == vrfId) doomed.push_back(r.key());
+  }
+  for (const RouteKey& k : doomed) routeDelete(k);
+}
+
+}  // namespace Routing::Rib

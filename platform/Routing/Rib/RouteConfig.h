@@ -1,0 +1,66 @@
+// Routing::Rib::RouteConfig: the routes the RIB is told to hold, by value,
+// keyed by RouteKey.
+//
+// Routes sit in a Kel::HashTable, so they iterate in hash order and a paused
+// walk can resume with seek(). Every write that changes something notifies
+// onRoute(key) after the change and counts in adds() or deletes(); a write
+// that changes nothing does neither. Costs: one hash lookup per write;
+// doDeleteRoutesForVrf walks the whole table.
+// Decided here: the capacity limits distinct keys. Adding a new key to a full
+// table raises Kel::RangeError "RouteConfig::route capacity exceeded" and
+// changes nothing; replacing a present route is always allowed.
+#pragma once
+
+#include <cstdint>
+
+#include "Kel/Entity.h"
+#include "Kel/HashTable.h"
+#include "platform/Routing/Rib/Route.h"
+#include "platform/Routing/Rib/RouteKey.h"
+#include "platform/Vrf/VrfId.h"
+
+namespace Routing::Rib {
+
+class RouteConfig final : public Kel::Entity {
+ public:
+  struct RouteTraits {
+    using Entry = Route;
+    using Key = RouteKey;
+    static const RouteKey& key(const Route& r) { return r.key(); }
+    static uint32_t hash(const RouteKey& k) { return k.hash(Kel::collectionHashSeed); }
+  };
+  using RouteTable = Kel::HashTable<RouteTraits>;
+
+  class Notifiee : public Kel::NotifieeOf<RouteConfig> {
+   public:
+    virtual void onRoute(const RouteKey&) {}
+  };
+
+  static constexpr uint32_t unlimited = UINT32_MAX;
+
+  explicit RouteConfig(uint32_t maxRoutes = unlimited) : capacity_(maxRoutes) {}
+  const char* typeName() const override { return "Routing::Rib::RouteConfig"; }
+
+  // Adds `r`, or replaces the route with its key.
+  void routeAdd(const Route& r);
+  // Nothing when absent.
+  void routeDelete(const RouteKey& k);
+  // Deletes every route of VRF `vrfId`, notifying each.
+  void doDeleteRoutesForVrf(Vrf::VrfIdMap::VrfId vrfId);
+
+  // Null when absent; valid until the next write.
+  const Route* route(const RouteKey& k) const { return route_.find(k); }
+  uint32_t routeSize() const { return route_.size(); }
+  const RouteTable& route() const { return route_; }
+  uint32_t capacity() const { return capacity_; }
+  uint64_t adds() const { return adds_; }
+  uint64_t deletes() const { return deletes_; }
+
+ private:
+  RouteTable route_;
+  uint32_t capacity_;
+  uint64_t adds_ = 0;
+  uint64_t deletes_ = 0;
+};
+
+}  // namespace Routing::Rib

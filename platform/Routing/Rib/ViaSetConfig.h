@@ -1,0 +1,134 @@
+// Routing::Rib::ViaSetConfig: the RIB's shared via sets, one entry per
+// distinct content (flags and via keys in order), each with a small id.
+//
+// dedupConfigViaSetIs returns the entry holding a content, creating it when
+// there is none: one hash lookup, plus an allocation for a new entry. Routes
+// hold their entry by Ptr; it leaves the table the moment the last Ptr goes
+// (its destructor erases it through a plain back pointer), so route churn
+// does not grow the table. The table's destructor detaches the entries still
+// held, so table and entries may die in either order.
+// Both creation and release notify onViaSet(id), after the table changed.
+//
+// restartingVrf is a record the RIB side consults: the VRFs whose protocols
+// are replaying after a restart, whose via sets a RIB keeps from being
+// collected until the replay is done. The table itself does not act on it.
+// Decided here: a new entry takes the smallest free id, starting at 1.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+#include "Kel/Collections.h"
+#include "Kel/Entity.h"
+#include "Kel/Ptr.h"
+#include "platform/L3/VrfName.h"
+#include "platform/Routing/Rib/Brisk/ViaSet.h"
+#include "platform/Routing/Rib/ViaKey.h"
+#include "platform/Routing/Rib/ViaSetKey.h"
+
+namespace Routing::Rib {
+
+using Id = uint32_t;
+
+class ViaSetConfig;
+
+class ViaSetEntry : public Kel::PtrInterface {
+ public:
+  ~ViaSetEntry() override;
+
+  Id id() const { return Id(key_.id()); }
+  const ViaSetKey& key() const { return key_; }
+  uint32_t flags() const { return flags_; }
+  const std::vector<ViaKey>& viaKeys() const { return viaKeys_; }
+  uint32_t size() const { return uint32_t(viaKeys_.size()); }
+
+ private:
+  friend class ViaSetConfig;
+  ViaSetEntry(Id id, uint32_t hash, const Brisk::ViaSet& s)
+      : key_(id), hash_(hash), flags_(s.flags()), viaKeys_(s.begin(), s.end()) {}
+  bool holds(const Brisk::ViaSet& s) const;
+
+  ViaSetConfig* config_ = nullptr;  // null until filed, and once the table is gone
+  const ViaSetKey key_;
+  const uint32_t hash_;  // of the content, the table's index key
+  const uint32_t flags_;
+  const std::vector<ViaKey> viaKeys_;
+};
+
+class ViaSetConfig final : public Kel::Entity {
+ public:
+  class Notifiee : public Kel::NotifieeOf<ViaSetConfig> {
+   public:
+    virtual void onViaSet(Id) {}
+    virtual void onRestartingVrf(const L3::VrfName&) {}
+  };
+
+  // The live entries in ascending id order. Creating an entry invalidates
+  // iterators; releasing one does not.
+  class const_iterator {
+   public:
+    using value_type = ViaSetEntry;
+    using difference_type = std::ptrdiff_t;
+    const_iterator() = default;
+    const ViaSetEntry& operator*() const { return **p_; }
+    const ViaSetEntry* operator->() const { return *p_; }
+    const_iterator& operator++() {
+      p_ = skipHoles(p_ + 1, end_);
+      return *this;
+    }
+    bool operator==(const const_iterator& o) const { return p_ == o.p_; }
+
+   private:
+    friend class ViaSetConfig;
+    const_iterator(ViaSetEntry* const* p, ViaSetEntry* const* end)
+        : p_(skipHoles(p, end)), end_(end) {}
+    static ViaSetEntry* const* skipHoles(ViaSetEntry* const* p, ViaSetEntry* const* end) {
+      while (p != end && *p == nullptr) ++p;
+      return p;
+    }
+    ViaSetEntry* const* p_ = nullptr;
+    ViaSetEntry* const* end_ = nullptr;
+  };
+
+  ViaSetConfig() = default;
+  ~ViaSetConfig() override;
+  const char* typeName() const override { return "Routing::Rib::ViaSetConfig"; }
+
+  // The entry with the content of `s`, created with a fresh id if none.
+  Kel::Ptr<const ViaSetEntry> dedupConfigViaSetIs(const Brisk::ViaSet& s);
+  // Null when no entry has id `id`.
+  Kel::Ptr<const ViaSetEntry> viaSet(Id id) const;
+  uint32_t size() const { return size_; }
+  const_iterator begin() const { return {byId_.data(), byId_.data() + byId_.size()}; }
+  const_iterator end() const { return {byId_.data() + byId_.size(), byId_.data() + byId_.size()}; }
+  // Entries made, and entries gone with their last Ptr, since the table began.
+  uint64_t created() const { return created_; }
+  uint64_t released() const { return released_; }
+
+  void restartingVrfIs(const L3::VrfName& vrf);
+  void restartingVrfDel(const L3::VrfName& vrf);
+  bool restartingVrfHas(const L3::VrfName& vrf) const {
+    return restartingVrf_.find(vrf) != nullptr;
+  }
+  const Kel::HashedSet<L3::VrfName>& restartingVrf() const { return restartingVrf_; }
+
+ private:
+  friend class ViaSetEntry;
+  void entryDel(const ViaSetEntry& e);
+  void notifyViaSet(Id id);
+
+  // Content hash to the entries with that hash.
+  std::unordered_multimap<uint32_t, ViaSetEntry*> byContent_;
+  // Slot `id` holds entry `id` or null; slot 0 is never used.
+  std::vector<ViaSetEntry*> byId_{nullptr};
+  // Released ids, a min-heap so the smallest is reused first.
+  std::vector<Id> freeIds_;
+  uint32_t size_ = 0;
+  uint64_t created_ = 0;
+  uint64_t released_ = 0;
+  Kel::HashedSet<L3::VrfName> restartingVrf_;
+};
+
+}  // namespace Routing::Rib

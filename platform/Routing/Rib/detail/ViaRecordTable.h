@@ -1,0 +1,71 @@
+// The shared body of the RIB's via record tables (Ip::ViaConfig,
+// Evpn::ViaConfig): records of type `Record` by ViaKey, in a Kel::HashTable,
+// so they iterate in hash order and resume with seek().
+//
+// `Self` is the concrete table (CRTP), so that its reactors are
+// NotifieeOf<Self>. A write that changes a record notifies onVia(key) after
+// the change; a write that changes nothing notifies nobody. Costs: one hash
+// lookup per call. `Record` needs copy, == and nothing else.
+#pragma once
+
+#include <cstdint>
+
+#include "Kel/Entity.h"
+#include "Kel/HashTable.h"
+#include "platform/Routing/Rib/ViaKey.h"
+
+namespace Routing::Rib::detail {
+
+template <class Self, class Record>
+class ViaRecordTable : public Kel::Entity {
+ public:
+  struct Entry {
+    ViaKey key;
+    Record via;
+  };
+  struct Traits {
+    using Entry = ViaRecordTable::Entry;
+    using Key = ViaKey;
+    static const ViaKey& key(const Entry& e) { return e.key; }
+    static uint32_t hash(const ViaKey& k) { return k.hash(Kel::collectionHashSeed); }
+  };
+  using ViaTable = Kel::HashTable<Traits>;
+
+  class Notifiee : public Kel::NotifieeOf<Self> {
+   public:
+    virtual void onVia(const ViaKey&) {}
+  };
+
+  // Null when absent; valid until the next write.
+  const Record* via(const ViaKey& k) const {
+    const Entry* e = via_.find(k);
+    return e ? &e->via : nullptr;
+  }
+  bool viaHas(const ViaKey& k) const { return via_.find(k) != nullptr; }
+  uint32_t viaSize() const { return via_.size(); }
+  const ViaTable& via() const { return via_; }
+
+  void viaIs(const ViaKey& k, const Record& v) {
+    if (Entry* e = via_.find(k)) {
+      if (e->via == v) return;
+      e->via = v;
+    } else {
+      via_.insert(Entry{k, v});
+    }
+    notifyKey(&Notifiee::onVia, k);
+  }
+  void viaDel(const ViaKey& k) {
+    if (via_.erase(k)) notifyKey(&Notifiee::onVia, k);
+  }
+  void viaDelAll() {
+    while (!via_.empty()) {
+      const Entry gone = via_.popFront();
+      notifyKey(&Notifiee::onVia, gone.key);
+    }
+  }
+
+ private:
+  ViaTable via_;
+};
+
+}  // namespace Routing::Rib::detail

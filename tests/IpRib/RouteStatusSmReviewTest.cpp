@@ -1,0 +1,226 @@
+// RouteStatusSm's paced review on virtual time, its completeness report and
+// the one-time clean-up; and the exact trace texts of its decisions.
+//
+//   VRF "red" (id 3); routes 10.<i>.0.0/16, each with one resolved via.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "tests/IpRib/RouteStatusSmFixture.h"
+
+namespace Routing::Protocol::Test {
+namespace {
+
+using Pando::IpGenPrefix;
+using V = ViaTypeEnum;
+
+IpGenPrefix prefixOf(uint32_t i) { return IpGenPrefix::fromV4(0x0a000000u + (i << 16), 16); }
+
+class ReviewTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    w.resolve(1);
+    w.resolve(2);
+  }
+  void addRoutes(uint32_t n) {
+    for (uint32_t i = 0; i < n; ++i) {
+      w.addVia(prefixOf(i), 1, V::viaIntfNextHop, 1 + i % 2);
+      w.touch(prefixOf(i));
+    }
+  }
+  Kel::TraceFacility& facility() {
+    return *Kel::TraceRegistry::instance().facility("IpRib::RouteStatusSm");
+  }
+  // Evaluations per prefix, read off the level 8 text trace " handleRoute <prefix>".
+  static std::map<std::string, int> evaluated(const Kel::TraceCapture& capture) {
+    std::map<std::string, int> count;
+    const std::string mark = "Vrf: red handleRoute ";
+    for (const std::string& m : capture.messages()) {
+      if (m.rfind(mark, 0) == 0) ++count[m.substr(mark.size())];
+    }
+    return count;
+  }
+  RouteStatusWorld w;
+};
+
+TEST_F(ReviewTest, AnEmptyStatusCompletesAtOnce) {
+  w.start();
+  EXPECT_TRUE(w.viaSets->restartingVrfHas(L3::VrfName("red")));
+  w.status->initializedIs(true);
+  EXPECT_TRUE(w.ready->v4RouteReviewComplete());
+  EXPECT_TRUE(w.sm->reviewedOnce());
+  EXPECT_FALSE(w.viaSets->restartingVrfHas(L3::VrfName("red")));
+}
+
+TEST_F(ReviewTest, AStatusNotInitializedNeverReportsCompleteness) {
+  addRoutes(5);
+  w.start();
+  w.runUntilQuiet();
+  EXPECT_FALSE(w.ready->v4RouteReviewComplete());
+  EXPECT_FALSE(w.sm->reviewedOnce());
+  EXPECT_EQ(w.sm->reviewSlices(), 0u);
+}
+
+TEST_F(ReviewTest, QuantumZeroEvaluatesOneRouteASlice) {
+  addRoutes(20);
+  w.start();
+  w.sm->reviewQuantumIs(0);
+  Kel::ActivityManager& loop = Kel::ActivityManager::instance();
+  w.status->initializedIs(true);  // runs the first slice at once
+  EXPECT_EQ(w.sm->reviewSlices(), 1u);
+  EXPECT_FALSE(w.sm->reviewBookmark().isEmpty());
+  EXPECT_FALSE(w.ready->v4RouteReviewComplete());
+  size_t turns = 0;
+  while (loop.runOnce() != 0) ++turns;
+  EXPECT_EQ(turns, 19u);  // one route a turn
+  EXPECT_EQ(w.sm->reviewSlices(), 20u);
+  EXPECT_TRUE(w.ready->v4RouteReviewComplete());
+  EXPECT_TRUE(w.sm->reviewBookmark().isEmpty());
+}
+
+TEST_F(ReviewTest, APausedReviewVisitsEveryRouteThatStaysExactlyOnce) {
+  addRoutes(60);
+  w.start();
+  w.sm->reviewQuantumIs(0.35);
+  w.time.time().stepIs(0.1);  // every clock read "takes" 0.1 s: a few routes a slice
+  facility().textLevelIs(8, true);
+  Kel::TraceCapture capture;
+  w.status->initializedIs(true);
+  std::set<std::string> touched;
+  uint32_t next = 1000;
+  Kel::ActivityManager& loop = Kel::ActivityManager::instance();
+  for (int turn = 0; !w.sm->reviewBookmark().isEmpty() && turn < 1000; ++turn) {
+    // Between slices the protocol deletes routes (the bookmarked one first)
+    // and adds routes that nothing evaluates until the review reaches them.
+    const IpGenPrefix bookmark = w.sm->reviewBookmark();
+    if (turn % 3 == 0 && w.status->route(bookmark)) {
+      touched.insert(Pando::valueToStrep(bookmark));
+      w.status->routeDel(bookmark);
+    }
+    const IpGenPrefix added = prefixOf(next++);
+    w.status->routeIs(added);
+    touched.insert(Pando::valueToStrep(added));
+    loop.runOnce();
+  }
+  facility().textLevelIs(8, false);
+  EXPECT_TRUE(w.ready->v4RouteReviewComplete());
+  EXPECT_GT(w.sm->reviewSlices(), 10u);
+  const std::map<std::string, int> count = evaluated(capture);
+  for (uint32_t i = 0; i < 60; ++i) {
+    const std::string p = Pando::valueToStrep(prefixOf(i));
+    if (touched.count(p)) continue;
+    EXPECT_EQ(count.count(p) ? count.at(p) : 0, 1) << p;
+  }
+}
+
+TEST_F(ReviewTest, ABookmarkWithNothingBehindItFinishesTheReview) {
+  addRoutes(2);
+  w.start();
+  w.sm->reviewQuantumIs(0);
+  w.status->initializedIs(true);
+  ASSERT_FALSE(w.sm->reviewBookmark().isEmpty());
+  w.status->routeDel(w.sm->reviewBookmark());
+  Kel::ActivityManager::instance().runOnce();
+  EXPECT_TRUE(w.ready->v4RouteReviewComplete());
+}
+
+TEST_F(ReviewTest, PacedAndUnpacedReviewsGiveTheSameRib) {
+  addRoutes(40);
+  // A second world evaluates the same routes in one slice.
+  RouteStatusWorld unpaced;
+  unpaced.resolve(1);
+  unpaced.resolve(2);
+  for (uint32_t i = 0; i < 40; ++i) {
+    unpaced.addVia(prefixOf(i), 1, V::viaIntfNextHop, 1 + i % 2);
+    unpaced.touch(prefixOf(i));
+  }
+  w.start();
+  unpaced.start();
+  w.sm->reviewQuantumIs(0);
+  unpaced.sm->reviewQuantumIs(1e9);
+  // Changes the RIB cannot hear per route: only a review picks them up.
+  w.ipMetrics->viaMetricIs(w.via(2), Rib::ViaMetric());
+  unpaced.ipMetrics->viaMetricIs(unpaced.via(2), Rib::ViaMetric());
+  w.ipMetrics->doBumpGeneration();
+  unpaced.ipMetrics->doBumpGeneration();
+  w.status->initializedIs(true);
+  unpaced.status->initializedIs(true);
+  w.runUntilQuiet();
+  EXPECT_LE(unpaced.sm->reviewSlices(), 2u);  // the start-up review and this one
+  EXPECT_GE(w.sm->reviewSlices(), 40u);
+  ASSERT_EQ(w.ribConfig->routeSize(), 20u);
+  for (uint32_t i = 0; i < 40; ++i) {
+    EXPECT_EQ(w.ribVias(prefixOf(i)), unpaced.ribVias(prefixOf(i))) << i;
+  }
+}
+
+TEST_F(ReviewTest, StaleRibRoutesAreCleanedUpAfterTheFirstCompleteReviewOnly) {
+  addRoutes(3);
+  // What the RIB kept from before a restart: one route the protocol no longer has.
+  Rib::Route stale(Rib::RouteKey(testVrfId, IpGenPrefix("192.0.2.0/24")));
+  Rib::Brisk::ViaSet empty;
+  stale.viaSetIs(w.viaSets->dedupConfigViaSetIs(empty));
+  w.ribConfig->routeAdd(stale);
+  w.start();
+  w.runUntilQuiet();
+  EXPECT_NE(w.ribRoute(IpGenPrefix("192.0.2.0/24")), nullptr);  // survives until the review
+  w.status->initializedIs(true);
+  w.runUntilQuiet();
+  EXPECT_EQ(w.ribRoute(IpGenPrefix("192.0.2.0/24")), nullptr);
+  EXPECT_EQ(w.ribConfig->routeSize(), 3u);
+  // A later review does not clean up again.
+  Rib::Route late(Rib::RouteKey(testVrfId, IpGenPrefix("198.51.100.0/24")));
+  late.viaSetIs(w.viaSets->dedupConfigViaSetIs(empty));
+  w.ribConfig->routeAdd(late);
+  w.ipMetrics->doBumpGeneration();
+  EXPECT_FALSE(w.ready->v4RouteReviewComplete());
+  w.runUntilQuiet();
+  EXPECT_TRUE(w.ready->v4RouteReviewComplete());
+  EXPECT_NE(w.ribRoute(IpGenPrefix("198.51.100.0/24")), nullptr);
+}
+
+TEST_F(ReviewTest, DecisionsAreTracedInTextAndInTheRing) {
+  w.start();
+  w.status->initializedIs(true);
+  facility().allLevelsIs(true);
+  Kel::TraceCapture capture;
+  const IpGenPrefix p("10.1.0.0/24");
+  w.addVia(p, 1, V::viaIntfNextHop, 99);
+  w.addVia(p, 1, V::viaIntfNextHop, 1, 7);
+  w.touch(p);
+  w.status->routeDel(p);
+  facility().allLevelsIs(false);
+  facility().textLevelIs(0, true);
+  for (int level = 0; level <= 8; ++level) facility().ringLevelIs(level, true);
+
+  const std::vector<std::string> text = capture.messages();
+  auto hasText = [&](const std::string& m) {
+    return std::find(text.begin(), text.end(), m) != text.end();
+  };
+  EXPECT_TRUE(hasText("Vrf: red (10.1.0.0/24), Preference: 1, Via via(1:3:2:99) is unresolved"));
+  EXPECT_TRUE(hasText("Vrf: red (10.1.0.0/24), Preference: 1, Adding Via via(1:3:2:1) to Via Set"));
+  EXPECT_TRUE(hasText("Vrf: red (10.1.0.0/24), Adding route, Preference: 1, with 1 vias of metric: 7"));
+  EXPECT_TRUE(hasText("Vrf: red (10.1.0.0/24), Deleting route"));
+  EXPECT_TRUE(hasText("Vrf: red routeChangedAt == 0 "));
+  EXPECT_TRUE(hasText("Vrf: red validVia 10.1.0.0/24 and via(1:3:2:99) evpn via(0:0:0:0) pref 1"));
+  EXPECT_TRUE(hasText("Vrf: red no vms"));
+
+  const std::vector<std::string> ring = facility().ringlog().messages(40);
+  auto hasRing = [&](const std::string& m) {
+    return std::find(ring.begin(), ring.end(), m) != ring.end();
+  };
+  EXPECT_TRUE(hasRing("Vrf Id: 3 RouteStatusSm, route 10.1.0.0/24 Preference: 1 Via via(1:3:2:99) is unresolved"));
+  EXPECT_TRUE(hasRing("Vrf Id: 3 RouteStatusSm, route 10.1.0.0/24 Preference: 1 adding Via via(1:3:2:1) to Via Set"));
+  EXPECT_TRUE(hasRing("Vrf Id: 3 RouteConfigSm: deleting route 10.1.0.0/24"));
+  bool added = false;
+  for (const std::string& m : ring) {
+    added |= m.rfind("Vrf Id: 3 RouteStatusSm: add route 10.1.0.0/24 to RIB, preference: 1 ViaSet: ", 0) == 0 &&
+             m.find(", with 1 vias") != std::string::npos;
+  }
+  EXPECT_TRUE(added);
+}
+
+}  // namespace
+}  // namespace Routing::Protocol::Test
