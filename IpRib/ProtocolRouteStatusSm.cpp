@@ -489,9 +489,7 @@ RouteStatusSm::ViaCheck RouteStatusSm::checkEvpnVia(const Pando::IpGenPrefix& pr
           vtepVia.kind() == Rib::ViaKey::kindIpv4 ? ipv4DefaultVrfViaMetricStatus_
                                                  : ipv6DefaultVrfViaMetricStatus_;
       const Rib::ViaMetric* vtepMetric = vtepStatus ? vtepStatus->viaMetric(vtepVia) : nullptr;
-      valid = vtepMetric != nullptr && !vtepMetric->isEmpty() &&
-              (vtepMetric->source() != Rib::ViaMetric::sourceSpecial ||
-               vtepMetric->metricPref().preference == Rib::ViaMetric::vtepSpecialPreference);
+      valid = vtepMetric != nullptr && vtepMetric->usableAsVtep();
       if (!valid) check = ViaCheck::vtepUnresolved;
     }
   }
@@ -534,9 +532,7 @@ RouteStatusSm::ViaCheck RouteStatusSm::checkVia(const Pando::IpGenPrefix& prefix
     RSM_TRACE(9, " no vms");
     return ViaCheck::unresolved;
   }
-  if (metric->isEmpty() || metric->source() == Rib::ViaMetric::sourceSpecial) {
-    return ViaCheck::unresolved;
-  }
+  if (!metric->usableAsVia()) return ViaCheck::unresolved;
   if (metric->looping()) {
     RSM_DUALLOG(9, " (" << prefix << "), Looping Via: " << via,
                 " RouteStatusSm, Route %s, Looping Via: %s", prefix, via);

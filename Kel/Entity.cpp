@@ -54,6 +54,11 @@ void NotifieeBase::notifierBaseIs(const Entity* e) {
   if (notifier_) notifier_->attach(this);
 }
 
+void NotifieeBase::doHandleDel() {
+  handleDel();
+  for (NestedReactorGroup* g = groups_; g != nullptr; g = g->next_) g->handleOwnerDel();
+}
+
 void NotifieeBase::hasNotificationActiveIs(bool active) {
   if (active_ == active) return;
   active_ = active;

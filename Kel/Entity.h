@@ -94,6 +94,9 @@ class NotifieeBase : public PtrInterface {
   // Runs on a nested reactor just before its parent drops it because its
   // entity left the collection.
   virtual void handleDel() {}
+  // handleDel, then the same for every nested reactor below: the entities
+  // under a deleted one are gone too.
+  void doHandleDel();
 
  protected:
   Entity* notifierBase() const { return notifier_.ptr(); }
@@ -130,6 +133,8 @@ class NestedReactorGroup {
 
   bool ownerActive() const { return owner_->active_; }
   virtual void hasNotificationActiveIs(bool active) = 0;
+  // The owner's entity is deleted: delete every nested reactor.
+  virtual void handleOwnerDel() = 0;
 
  private:
   friend class NotifieeBase;

@@ -2,7 +2,8 @@
 // collection they mirror, keyed like that collection. The parent creates one
 // when an element appears and drops it (after its handleDel) when the element
 // goes. A new nested reactor takes its parent's active state, and
-// hasNotificationActiveIs on the parent reaches all of them.
+// hasNotificationActiveIs on the parent reaches all of them. When the parent's
+// own entity goes, each nested reactor gets its handleDel too.
 //
 // R must offer `key()` returning the element key. Container is HashTable for
 // large collections and FlatMap for the small ordered ones.
@@ -55,15 +56,16 @@ class NestedReactors final : public NestedReactorGroup {
   void erase(const K& key) {
     if (R* r = find(key)) {
       Ptr<R> keep(r);
-      r->handleDel();
+      r->doHandleDel();
       map_.erase(key);
     }
   }
 
+  // Deletes every nested reactor, each after its handleDel.
   void clear() {
     while (!map_.empty()) {
       Ptr<R> r = *map_.begin();
-      r->handleDel();
+      r->doHandleDel();
       map_.erase(r->key());
     }
   }
@@ -71,9 +73,33 @@ class NestedReactors final : public NestedReactorGroup {
   void hasNotificationActiveIs(bool active) override {
     for (const Ptr<R>& r : map_) r->hasNotificationActiveIs(active);
   }
+  void handleOwnerDel() override { clear(); }
 
  private:
   Container<Traits> map_;
+};
+
+// One nested reactor (an input watched as a whole), switched with its owner.
+template <class R>
+class NestedReactor final : public NestedReactorGroup {
+ public:
+  explicit NestedReactor(NotifieeBase* owner) : NestedReactorGroup(owner) {}
+
+  R* get() const { return r_.ptr(); }
+  R* operator->() const { return r_.ptr(); }
+  explicit operator bool() const { return bool(r_); }
+  void reactorIs(Ptr<R> r) {
+    if (r) r->hasNotificationActiveIs(ownerActive());
+    r_ = std::move(r);
+  }
+  void hasNotificationActiveIs(bool active) override {
+    if (r_) r_->hasNotificationActiveIs(active);
+  }
+  // A whole input is not deleted with its owner's entity: nothing to do.
+  void handleOwnerDel() override {}
+
+ private:
+  Ptr<R> r_;
 };
 
 }  // namespace Kel

@@ -3,7 +3,10 @@
 #include "IpRib/ProtocolContainerKey.h"
 #include "IpRib/ProtocolGrTypes.h"
 #include "IpRib/ProtocolRouteStatus.h"
+#include "IpRib/ProtocolRouteStatusSm.h"
 #include "Kel/NestedReactors.h"
+#include "Kel/System.h"
+#include "platform/Flipset/Flipset.h"
 
 namespace IpRibAgent {
 
@@ -11,6 +14,7 @@ using namespace Routing::Protocol;
 using Pando::AddressFamily;
 using Pando::IpGenPrefix;
 using Routing::Rib::ViaKey;
+namespace Rib = Routing::Rib;
 
 namespace {
 
@@ -70,6 +74,68 @@ void printStatus(const Status& s, std::ostream& out) {
               << (p->bfdTrackedViaCollHas(v->viaKey()) ? "  bfd-tracked" : "") << "\n";
         }
       }
+    }
+  }
+}
+
+// From protocol status to RIB: VRF "red" (id 3), static routes, the RIB's
+// view of each via (metric, label, next hop) and what RouteStatusSm makes of it.
+void showRib(std::ostream& out) {
+  out << "\nFrom status to RIB in VRF red (id 3), StaticRouteMetric "
+      << (Flipset::getToggleState("StaticRouteMetric") ? "on" : "off") << ":\n";
+  Kel::VirtualTimeScope time;
+  auto viaKeys = Kel::makePtr<Rib::DedupViaKeyTable>();
+  auto status = statusFactory(RouteStatusKey(3, AddressFamily::ipv4));
+  auto metrics = Kel::makePtr<Rib::ViaMetricStatusByVrf>();
+  auto viaConfig = Kel::makePtr<Rib::Ip::ViaConfig>();
+  auto graph = Kel::makePtr<Rib::Ip::GlobalNextHopDependencyGraph>();
+  auto ribConfig = Kel::makePtr<Rib::RouteConfig>();
+  auto viaSets = Kel::makePtr<Rib::ViaSetConfig>();
+  auto ready = vrfReadyStatusFactory(L3::VrfName("red"));
+  auto via = [](uint32_t i) { return ViaKey(ViaKey::kindIpv4, 3, 2, i); };
+  Kel::Ptr<Rib::ViaMetricStatus> ipMetrics = metrics->viaMetricStatusIs(via(0));
+  // Via i: next hop 192.168.0.i; 1-4 resolved (via 3 labelled), 5 not.
+  for (uint32_t i = 1; i <= 5; ++i) {
+    const Pando::IpGenAddr nh = Pando::IpGenAddr::fromV4(0xc0a80000u + i);
+    viaConfig->viaIs(via(i), Rib::Via(nh, Pando::IntfId("Ethernet" + std::to_string(i)),
+                                 i == 3 ? 16003 : Rib::Via::noLabel));
+    graph->viaNextHopIs(via(i), nh);
+    if (i <= 4) ipMetrics->viaMetricIs(via(i), Rib::ViaMetric(Rib::MetricPref(1, 10 * i)));
+  }
+  auto sm = routeStatusSmFactory(L3::VrfName("red"), AddressFamily::ipv4, 3, status, ipMetrics,
+                                 nullptr, nullptr, graph, ribConfig, viaSets, 2, nullptr, nullptr,
+                                 ready, nullptr, viaConfig, nullptr, metrics, Kel::String("rib"),
+                                 nullptr);
+  auto write = [&](const char* prefix, Routing::RoutePreference pref, ViaTypeEnum type, uint32_t i,
+                   Routing::RouteMetric metric) {
+    Kel::Ptr<Route> r = status->routeIs(IpGenPrefix(prefix));
+    r->routePrefIs(pref)->dedupViaKeyIs(type, viaKeys->dedupViaKeyIs(via(i)), metric);
+    r->routeChangedAtIs(Kel::System::currentTime());
+  };
+  write("10.1.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 1, 5);    // two vias, lowest metric wins
+  write("10.1.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 2, 7);
+  write("10.2.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 5, 0);    // unresolved ...
+  write("10.2.0.0/24", 20, ViaTypeEnum::viaIntfNextHop, 4, 0);   // ... so preference 20
+  write("10.3.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 1, 0);    // labelled via 3 pushes out 1
+  write("10.3.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 3, 0);
+  write("192.168.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 2, 0); // resolves through itself
+  write("192.168.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 4, 0);
+  status->initializedIs(true);
+  Kel::ActivityManager::instance().runUntilQuiet();
+
+  out << "  RIB routes (" << ribConfig->routeSize() << "), via sets (" << viaSets->size() << "):\n";
+  for (const Routing::Rib::Route& r : ribConfig->route()) {
+    out << "    " << r << "  vias:";
+    for (const ViaKey& k : r.viaSet()->viaKeys()) out << " " << k;
+    out << "\n";
+  }
+  out << "  review complete: " << Kel::valueToStrep(ready->v4RouteReviewComplete()) << "\n";
+  for (const char* prefix : {"10.1.0.0/24", "10.2.0.0/24", "10.3.0.0/24", "192.168.0.0/24"}) {
+    std::string why = sm->explain(IpGenPrefix(prefix)).str();
+    out << "\n  why " << prefix << ":\n";
+    for (size_t b = 0, e; b < why.size(); b = e + 1) {
+      e = why.find('\n', b);
+      out << "    " << why.substr(b, e - b) << "\n";
     }
   }
 }
@@ -151,6 +217,7 @@ int runDemo(std::ostream& out) {
       << ": v4RouteReviewComplete " << Kel::valueToStrep(rs->v4RouteReviewComplete())
       << ", ribReadySeqStatus " << rs->ribReadySeqStatus() << "\n";
   watcher = nullptr;
+  showRib(out);
   return 0;
 }
 
