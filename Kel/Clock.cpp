@@ -1,5 +1,6 @@
 #include "Kel/Clock.h"
 
+#include <utility>
 #include <vector>
 
 #include "Kel/System.h"
@@ -42,19 +43,24 @@ double ActivityManager::nextDeadline() const {
 
 size_t ActivityManager::runOnce() {
   const double now = System::currentTime();
-  // Take the due clocks first: what they re-arm belongs to the next turn.
-  std::vector<Ptr<Clock>> due;
+  // Take the due clocks first: what they re-arm belongs to the next turn. A
+  // taken clock keeps its time and sequence until woken, so that an earlier
+  // handler of this turn can still disarm it.
+  std::vector<std::pair<Ptr<Clock>, uint64_t>> due;
   while (!schedule_.empty() && schedule_.begin()->time <= now) {
     Clock* c = schedule_.begin()->clock;
     schedule_.erase(schedule_.begin());
-    c->timeMin_ = Clock::never;
-    due.emplace_back(c);
+    due.emplace_back(c, c->seq_);
   }
-  for (const Ptr<Clock>& c : due) {
-    // Skip one re-armed by an earlier handler of this turn: it waits its turn.
-    if (c->timeMin_ == Clock::never) c->wake();
+  size_t ran = 0;
+  for (const auto& [c, seq] : due) {
+    // Skip one disarmed or re-armed by an earlier handler of this turn.
+    if (c->seq_ == seq && c->timeMin_ != Clock::never) {
+      c->wake();
+      ++ran;
+    }
   }
-  return due.size();
+  return ran;
 }
 
 size_t ActivityManager::runUntilQuiet(size_t maxTurns) {

@@ -8,7 +8,8 @@
 // The ActivityManager owns the schedule. One turn of the loop runs the
 // clocks that are due, in time order, first armed first on equal times; a
 // clock re-armed during a turn runs in a later turn, so input is served
-// between slices of paced work. Between turns the loop waits for input or
+// between slices of paced work, and one disarmed by an earlier handler of the
+// turn does not run. Between turns the loop waits for input or
 // the next deadline. One thread; the manager is the framework's singleton.
 #pragma once
 

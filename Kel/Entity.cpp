@@ -1,5 +1,7 @@
 #include "Kel/Entity.h"
 
+#include "Kel/Assert.h"
+
 #include <algorithm>
 
 namespace Kel {
@@ -9,15 +11,8 @@ void Entity::Hub::compact() {
   holes = false;
 }
 
-Entity::~Entity() {
-  if (hub_ == nullptr) return;
-  // Reactors hold their entity, so only an entity that was never counted
-  // (a stack or member object) can die with reactors bound: unbind them.
-  for (NotifieeBase* r : hub_->list) {
-    if (r != nullptr) r->notifier_.release();
-  }
-  delete hub_;
-}
+// Reactors hold their entity by Ptr, so none is bound any more here.
+Entity::~Entity() { delete hub_; }
 
 size_t Entity::notifieeCount() const {
   if (hub_ == nullptr) return 0;
@@ -49,6 +44,8 @@ NotifieeBase::~NotifieeBase() {
 
 void NotifieeBase::notifierBaseIs(const Entity* e) {
   if (notifier_.ptr() == e) return;
+  // A reactor's Ptr would free an entity that nobody counted (one on the stack).
+  KEL_ASSERT(e == nullptr || e->references() > 0);
   if (notifier_) notifier_->detach(this);
   notifier_ = const_cast<Entity*>(e);
   if (notifier_) notifier_->attach(this);

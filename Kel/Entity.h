@@ -8,8 +8,9 @@
 //   drop reactors (its own included) or the entity itself: dispatch holds the
 //   entity alive, a reactor unbound during dispatch is not called afterwards,
 //   and a reactor bound during dispatch first hears the next change.
-// - A reactor holds its entity by Ptr; the entity points to its reactors
-//   with plain pointers that reactors remove when they unbind or die.
+// - Entities live on the heap and are held by Ptr. A reactor holds its
+//   entity by Ptr; the entity points to its reactors with plain pointers that
+//   reactors remove when they unbind or die.
 // - Cost: with no reactor bound a notification is one pointer test.
 #pragma once
 

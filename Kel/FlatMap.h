@@ -62,7 +62,7 @@ class FlatMap {
     Entry* e = find(key);
     if (e == nullptr) return false;
     // Keep the entry alive until the array is consistent: its destructor may re-enter.
-    Entry gone(std::move(*e));
+    [[maybe_unused]] Entry gone(std::move(*e));
     Entry* d = data();
     for (Entry* i = e; i + 1 < d + size_; ++i) *i = std::move(*(i + 1));
     d[--size_].~Entry();

@@ -78,7 +78,7 @@ class HashTable {
   uint32_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
 
-  const_iterator begin() const { return const_iterator(this, nextUsed(0)); }
+  const_iterator begin() const { return const_iterator(this, nextUsed(first_)); }
   const_iterator end() const { return const_iterator(this, slotCount_); }
 
   // The first element at or after `key`'s place in iteration order.
@@ -120,11 +120,13 @@ class HashTable {
           if (Traits::key(entry) < k) break;
         }
       }
-      if (size_ + 1 <= loadLimit()) {
+      const bool underLimit = size_ + 1 <= loadLimit();
+      if (underLimit) {
         uint32_t e = p;
         while (e < slotCount_ && slots_[e].used) ++e;
         if (e < slotCount_) {
           shiftRight(p, e);
+          first_ = std::min(first_, p);
           Slot& s = slots_[p];
           new (s.storage) Entry(std::move(entry));
           s.hash = h;
@@ -133,7 +135,7 @@ class HashTable {
           return {&s.entry(), true};
         }
       }
-      grow();
+      grow(underLimit);
     }
   }
 
@@ -144,7 +146,7 @@ class HashTable {
       if (!s.used || s.hash > h) return false;
       if (s.hash == h && Traits::key(s.entry()) == key) {
         // Move the entry out first: its destructor may re-enter this table.
-        Entry gone(std::move(s.entry()));
+        [[maybe_unused]] Entry gone(std::move(s.entry()));
         s.entry().~Entry();
         s.used = false;
         --size_;
@@ -157,7 +159,9 @@ class HashTable {
 
   // Removes and returns the first element; the table must not be empty.
   Entry popFront() {
-    uint32_t i = nextUsed(0);
+    // Start at the hint: rescanning the emptied front on every pop would make
+    // emptying a large table quadratic.
+    const uint32_t i = first_ = nextUsed(first_);
     Slot& s = slots_[i];
     Entry out(std::move(s.entry()));
     s.entry().~Entry();
@@ -210,10 +214,15 @@ class HashTable {
     }
   }
 
-  void grow() {
+  // `tailOnly`: the load is fine but a cluster ran off the end. Doubling the
+  // homes would not help keys whose hashes share their top bits (it would
+  // double again on every insert), so only the overflow tail grows.
+  void grow(bool tailOnly) {
     uint32_t newBits = bits_;
     uint32_t newSlots;
-    if (bits_ == 0 && slotCount_ < denseMax) {
+    if (tailOnly) {
+      newSlots = slotCount_ + overflowFor(bits_);
+    } else if (bits_ == 0 && slotCount_ < denseMax) {
       newSlots = slotCount_ == 0 ? 1 : slotCount_ * 2;
     } else {
       // Leave dense mode, or double the homes; an overflow tail takes the
@@ -227,6 +236,7 @@ class HashTable {
     for (uint32_t i = 0; i < newSlots; ++i) slots_[i].used = false;
     slotCount_ = newSlots;
     bits_ = newBits;
+    first_ = 0;
     // Old slots are in final order: each lands at max(its home, previous + 1).
     uint32_t next = 0;
     for (uint32_t i = 0; i < oldCount; ++i) {
@@ -255,7 +265,7 @@ class HashTable {
     }
     ::operator delete(slots_);
     slots_ = nullptr;
-    slotCount_ = size_ = 0;
+    slotCount_ = size_ = first_ = 0;
     bits_ = 0;
   }
 
@@ -263,6 +273,7 @@ class HashTable {
   uint32_t slotCount_ = 0;
   uint32_t size_ = 0;
   uint32_t bits_ = 0;
+  uint32_t first_ = 0;  // no used slot before it
 };
 
 }  // namespace Kel

@@ -50,9 +50,7 @@ class BfdAgentStub final : public BfdTrackedStaticRoutesList::Notifiee {
   // Answers writes to one entry of a known session.
   class KelRoute final : public BfdTrackedStaticRoutes::Notifiee {
    public:
-    KelRoute(BfdAgentStub* stub, BfdTrackedStaticRoutes* entry) : stub_(stub) {
-      notifierIs(entry);
-    }
+    KelRoute(BfdAgentStub* stub, BfdTrackedStaticRoutes* entry) : stub_(stub) { notifierIs(entry); }
     const BfdStatusKey& key() const { return notifier()->key(); }
     void onStatus() override { stub_->apply(*notifier()); }
     void onResolvedIntf() override { stub_->apply(*notifier()); }

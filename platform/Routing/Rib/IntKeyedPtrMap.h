@@ -14,7 +14,9 @@ namespace Routing::Rib {
 
 template <class K, class V, auto KeyOf>
 struct IntPtrMapTraits : Kel::PtrMapTraits<K, V, KeyOf> {
-  static uint32_t hash(K k) { return Kel::Hasher(Kel::collectionHashSeed).add(uint32_t(k)).result(); }
+  static uint32_t hash(K k) {
+    return Kel::Hasher(Kel::collectionHashSeed).add(uint32_t(k)).result();
+  }
 };
 
 template <class K, class V, auto KeyOf>

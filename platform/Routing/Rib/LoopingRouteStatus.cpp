@@ -16,8 +16,7 @@ Kel::Ptr<LoopingRouteStatus> LoopingRouteStatusByVrf::loopingRouteStatus(
   return e ? *e : nullptr;
 }
 
-Kel::Ptr<LoopingRouteStatus> LoopingRouteStatusByVrf::loopingRouteStatusIs(
-    Vrf::VrfIdMap::VrfId v) {
+Kel::Ptr<LoopingRouteStatus> LoopingRouteStatusByVrf::loopingRouteStatusIs(Vrf::VrfIdMap::VrfId v) {
   if (const auto* e = loopingRouteStatus_.find(v)) return *e;
   Kel::Ptr<LoopingRouteStatus> status =
       *loopingRouteStatus_.insert(Kel::makePtr<LoopingRouteStatus>(v)).first;

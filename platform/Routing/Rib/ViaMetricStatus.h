@@ -69,8 +69,7 @@ class ViaMetricStatus final : public Kel::Entity {
 // The via metric tables of one VRF and transport, by selector.
 class ViaMetricStatusByProtocol final : public Kel::Entity {
  public:
-  using ViaMetricStatusMap =
-      IntKeyedPtrMap<uint32_t, ViaMetricStatus, &ViaMetricStatus::selector>;
+  using ViaMetricStatusMap = IntKeyedPtrMap<uint32_t, ViaMetricStatus, &ViaMetricStatus::selector>;
   class Notifiee : public Kel::NotifieeOf<ViaMetricStatusByProtocol> {
    public:
     virtual void onViaMetricStatus(uint32_t) {}
@@ -123,9 +122,8 @@ class ViaMetricStatusByTransport final : public Kel::Entity {
 // The via metric tables of all VRFs, by VRF id.
 class ViaMetricStatusByVrf final : public Kel::Entity {
  public:
-  using ByTransportMap =
-      IntKeyedPtrMap<Vrf::VrfIdMap::VrfId, ViaMetricStatusByTransport,
-                     &ViaMetricStatusByTransport::vrfId>;
+  using ByTransportMap = IntKeyedPtrMap<Vrf::VrfIdMap::VrfId, ViaMetricStatusByTransport,
+                                        &ViaMetricStatusByTransport::vrfId>;
   class Notifiee : public Kel::NotifieeOf<ViaMetricStatusByVrf> {
    public:
     virtual void onViaMetricStatusByTransport(Vrf::VrfIdMap::VrfId) {}

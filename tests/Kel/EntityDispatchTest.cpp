@@ -1,0 +1,308 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Kel/Collections.h"
+#include "Kel/Entity.h"
+#include "Kel/Hash.h"
+#include "Kel/NestedReactors.h"
+
+using Strings = std::vector<std::string>;
+
+namespace {
+
+// Live instances of each test type: a leak or a double free shows here.
+template <class T>
+struct Live {
+  static inline int count = 0;
+  Live() { ++count; }
+  ~Live() { --count; }
+};
+
+struct Name {
+  uint32_t v;
+  uint32_t hash(uint32_t seed) const { return Kel::Hasher(seed).add(v).result(); }
+  bool operator==(const Name&) const = default;
+  bool operator<(const Name& o) const { return v < o.v; }
+};
+
+class Item final : public Kel::Entity, Live<Item> {
+ public:
+  class Notifiee : public Kel::NotifieeOf<Item> {
+   public:
+    virtual void onValue() {}
+  };
+  explicit Item(Name key) : key_(key) {}
+  const char* typeName() const override { return "Test::Item"; }
+  const Name& key() const { return key_; }
+  uint32_t value() const { return value_; }
+  void valueIs(uint32_t v) { attributeIs(value_, v, &Notifiee::onValue); }
+
+ private:
+  Name key_;
+  uint32_t value_ = 0;
+};
+
+// A box: one scalar and a hashed collection of items.
+class Box final : public Kel::Entity, Live<Box> {
+ public:
+  class Notifiee : public Kel::NotifieeOf<Box> {
+   public:
+    virtual void onLevel() {}
+    virtual void onItem(const Name&) {}
+  };
+  const char* typeName() const override { return "Test::Box"; }
+  uint32_t level() const { return level_; }
+  void levelIs(uint32_t v) { attributeIs(level_, v, &Notifiee::onLevel); }
+  Kel::Ptr<Item> item(Name k) const {
+    const auto* e = item_.find(k);
+    return e ? *e : nullptr;
+  }
+  const Kel::HashedPtrMap<Name, Item, &Item::key>& item() const { return item_; }
+  Kel::Ptr<Item> itemIs(Name k) {
+    if (const auto* e = item_.find(k)) return *e;
+    Kel::Ptr<Item> i = *item_.insert(Kel::makePtr<Item>(k)).first;
+    notifyKey(&Notifiee::onItem, k);
+    return i;
+  }
+  void itemDel(Name k) {
+    if (item_.erase(k)) notifyKey(&Notifiee::onItem, k);
+  }
+
+ private:
+  uint32_t level_ = 0;
+  Kel::HashedPtrMap<Name, Item, &Item::key> item_;
+};
+
+// A box reactor that logs what it hears, then runs the test's action. The
+// action is copied before it runs: it may destroy this probe.
+class Probe final : public Box::Notifiee, Live<Probe> {
+ public:
+  Probe(Box* b, std::string name, Strings* log) : name_(std::move(name)), log_(log) {
+    notifierIs(b);
+  }
+  void onLevel() override {
+    log_->push_back(name_ + " level " + std::to_string(notifier()->level()));
+    if (auto act = onLevelDo) act();
+  }
+  void onItem(const Name& k) override {
+    log_->push_back(name_ + " item " + std::to_string(k.v) + (notifier()->item(k) ? "+" : "-"));
+    if (auto act = onItemDo) act(k);
+  }
+  std::function<void()> onLevelDo;
+  std::function<void(const Name&)> onItemDo;
+
+ private:
+  std::string name_;
+  Strings* log_;
+};
+
+class ItemProbe final : public Item::Notifiee, Live<ItemProbe> {
+ public:
+  explicit ItemProbe(Item* i) { notifierIs(i); }
+  void onValue() override {
+    if (auto act = onValueDo) act();
+  }
+  std::function<void()> onValueDo;
+};
+
+class EntityDispatchTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    probes_.clear();
+    box_ = nullptr;
+    EXPECT_EQ(Live<Box>::count, 0);
+    EXPECT_EQ(Live<Item>::count, 0);
+    EXPECT_EQ(Live<Probe>::count, 0);
+    EXPECT_EQ(Live<ItemProbe>::count, 0);
+  }
+  Probe& bind(const std::string& name) {
+    return *(probes_[name] = Kel::makePtr<Probe>(box_.ptr(), name, &log_));
+  }
+
+  Kel::Ptr<Box> box_ = Kel::makePtr<Box>();
+  Strings log_;
+  std::map<std::string, Kel::Ptr<Probe>> probes_;
+};
+
+TEST_F(EntityDispatchTest, RealChangesOnlyInBindingOrder) {
+  bind("c");
+  bind("a");
+  bind("b");
+  box_->levelIs(0);
+  box_->levelIs(3);
+  box_->levelIs(3);
+  box_->itemIs({1});
+  box_->itemIs({1});
+  box_->itemDel({1});
+  box_->itemDel({1});
+  EXPECT_EQ(log_, (Strings{"c level 3", "a level 3", "b level 3", "c item 1+", "a item 1+",
+                           "b item 1+", "c item 1-", "a item 1-", "b item 1-"}));
+}
+
+TEST_F(EntityDispatchTest, HandlersUnbindOthersThemselvesAndBindNewOnes) {
+  bind("a").onLevelDo = [this] {
+    probes_.erase("c");
+    if (!probes_.count("e")) bind("e");
+  };
+  bind("b").onLevelDo = [this] { probes_.erase("b"); };
+  bind("c");
+  bind("d");
+  box_->levelIs(1);
+  EXPECT_EQ(log_, (Strings{"a level 1", "b level 1", "d level 1"}));
+  EXPECT_EQ(box_->notifieeCount(), 3u);
+  EXPECT_EQ(Live<Probe>::count, 3);
+  log_.clear();
+  box_->levelIs(2);
+  EXPECT_EQ(log_, (Strings{"a level 2", "d level 2", "e level 2"}));
+}
+
+TEST_F(EntityDispatchTest, NestedChangesReachEveryReactorOnceWithTheCurrentValue) {
+  bind("a").onLevelDo = [this] {
+    if (box_->level() == 1) bind("c");  // hears the nested changes, not this one
+    if (box_->level() < 5) box_->levelIs(box_->level() + 1);
+  };
+  bind("b");
+  box_->levelIs(1);
+  EXPECT_EQ(log_, (Strings{"a level 1", "a level 2", "a level 3", "a level 4", "a level 5",
+                           "b level 5", "c level 5", "b level 5", "c level 5", "b level 5",
+                           "c level 5", "b level 5", "c level 5", "b level 5"}));
+}
+
+TEST_F(EntityDispatchTest, HandlerDeletesTheElementItHearsAbout) {
+  bind("x").onItemDo = [this](const Name& k) { box_->itemDel(k); };
+  bind("y");
+  box_->itemIs({9});
+  EXPECT_EQ(log_, (Strings{"x item 9+", "x item 9-", "y item 9-", "y item 9-"}));
+  EXPECT_EQ(Live<Item>::count, 0);
+}
+
+TEST_F(EntityDispatchTest, HandlerDropsEveryReferenceToTheNotifyingItem) {
+  Item* item = box_->itemIs({7}).ptr();
+  auto first = Kel::makePtr<ItemProbe>(item);
+  auto second = Kel::makePtr<ItemProbe>(item);
+  first->onValueDo = [&] {
+    box_->itemDel({7});
+    second = nullptr;
+    first = nullptr;
+  };
+  item->valueIs(5);
+  EXPECT_EQ(Live<Item>::count, 0);
+  EXPECT_EQ(Live<ItemProbe>::count, 0);
+}
+
+TEST_F(EntityDispatchTest, HandlerDropsTheLastReferenceToTheEntity) {
+  bind("a").onLevelDo = [this] {
+    box_ = nullptr;
+    probes_.clear();
+  };
+  bind("b");
+  Box* box = box_.ptr();
+  box->levelIs(4);
+  EXPECT_EQ(log_, Strings{"a level 4"});
+  EXPECT_EQ(Live<Box>::count, 0);
+}
+
+// Watches a box and, through nested reactors, each of its items.
+class BoxWatcher final : public Box::Notifiee, Live<BoxWatcher> {
+ public:
+  class KelItem final : public Item::Notifiee, Live<KelItem> {
+   public:
+    KelItem(Item* i, BoxWatcher* owner) : owner_(owner) { notifierIs(i); }
+    const Name& key() const { return notifier()->key(); }
+    void onValue() override { owner_->log.push_back("value " + std::to_string(key().v)); }
+    void handleDel() override {
+      owner_->log.push_back("del " + std::to_string(key().v) + " live " +
+                            std::to_string(Live<KelItem>::count));
+    }
+
+   private:
+    BoxWatcher* owner_;
+  };
+
+  explicit BoxWatcher(Box* b) : items(this) {
+    notifierIs(b);
+    for (const auto& i : b->item()) add(i.ptr());
+  }
+  void onItem(const Name& k) override {
+    if (auto i = notifier()->item(k)) {
+      add(i.ptr());
+    } else {
+      items.erase(k);
+    }
+  }
+  void add(Item* i) { items.insert(Kel::makePtr<KelItem>(i, this)); }
+
+  Kel::NestedReactors<Name, KelItem> items;
+  Strings log;
+};
+
+TEST_F(EntityDispatchTest, NestedReactorsFollowTheCollectionAndTheParentsActiveState) {
+  box_->itemIs({1});
+  box_->itemIs({2});
+  auto w = Kel::makePtr<BoxWatcher>(box_.ptr());
+  ASSERT_EQ(w->items.size(), 2u);
+  box_->item({1})->valueIs(10);
+
+  w->hasNotificationActiveIs(false);
+  EXPECT_FALSE(w->items.find({1})->hasNotificationActive());
+  box_->item({2})->valueIs(5);
+  box_->itemIs({3});  // unheard: the parent is off
+  EXPECT_EQ(w->items.size(), 2u);
+  w->add(box_->item({3}).ptr());
+  EXPECT_FALSE(w->items.find({3})->hasNotificationActive()) << "inherits the parent's state";
+  box_->item({3})->valueIs(1);
+
+  w->hasNotificationActiveIs(true);
+  box_->item({3})->valueIs(2);
+  w->items.find({1})->hasNotificationActiveIs(false);
+  box_->item({1})->valueIs(11);
+  box_->itemDel({2});
+  box_->itemDel({2});
+  EXPECT_EQ(w->log, (Strings{"value 1", "value 3", "del 2 live 3"}));
+  EXPECT_EQ(w->items.find({2}), nullptr);
+  EXPECT_EQ(Live<BoxWatcher::KelItem>::count, 2);
+
+  w->log.clear();
+  Strings dels;  // in the collection's order, each before its reactor goes
+  int live = 2;
+  for (const auto& r : w->items) {
+    dels.push_back("del " + std::to_string(r->key().v) + " live " + std::to_string(live--));
+  }
+  w->items.clear();
+  EXPECT_EQ(w->log, dels);
+  EXPECT_EQ(Live<BoxWatcher::KelItem>::count, 0);
+  w = nullptr;
+  EXPECT_EQ(Live<BoxWatcher>::count, 0);
+}
+
+TEST_F(EntityDispatchTest, DroppingATreeWithReactorsLeaksNothing) {
+  for (const bool boxFirst : {true, false}) {
+    SCOPED_TRACE(boxFirst ? "box dropped first" : "watcher dropped first");
+    box_ = Kel::makePtr<Box>();
+    for (uint32_t k = 0; k < 50; ++k) box_->itemIs({k});
+    auto w = Kel::makePtr<BoxWatcher>(box_.ptr());
+    auto p = Kel::makePtr<ItemProbe>(box_->item({3}).ptr());
+    for (uint32_t k = 0; k < 50; k += 5) box_->itemDel({k});
+    EXPECT_EQ(w->items.size(), 40u);
+    EXPECT_EQ(Live<BoxWatcher::KelItem>::count, 40);
+    if (boxFirst) {
+      box_ = nullptr;
+      EXPECT_EQ(Live<Box>::count, 1) << "the watcher holds it";
+    }
+    w = nullptr;
+    p = nullptr;
+    box_ = nullptr;
+    EXPECT_EQ(Live<Box>::count, 0);
+    EXPECT_EQ(Live<Item>::count, 0);
+    EXPECT_EQ(Live<BoxWatcher>::count, 0);
+    EXPECT_EQ(Live<BoxWatcher::KelItem>::count, 0);
+    EXPECT_EQ(Live<ItemProbe>::count, 0);
+  }
+}
+
+}  // namespace
