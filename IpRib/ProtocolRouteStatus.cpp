@@ -138,7 +138,7 @@ void DedupViaKeyByViaType::dedupViaKeyDel(const Rib::ViaKey& k) {
 
 void DedupViaKeyByViaType::dedupViaKeyDelAll() {
   while (!dedupViaKey_.empty()) {
-    Kel::Ptr<DedupViaKeyMetric> m = dedupViaKey_.popFront();
+    Kel::Ptr<DedupViaKeyMetric> m = dedupViaKey_.popBack();
     notifyKey(&Notifiee::onDedupViaKey, m->viaKey());
   }
 }

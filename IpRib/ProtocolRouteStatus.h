@@ -141,7 +141,9 @@ class DedupViaKeyMetric final : public Kel::Entity {
 // from a RoutePref (its convenience mutators keep that).
 class DedupViaKeyByViaType final : public Kel::Entity {
  public:
-  using DedupViaKeyMap = Kel::HashedPtrMap<Rib::ViaKey, DedupViaKeyMetric, &DedupViaKeyMetric::viaKey>;
+  // Few vias a type as a rule: flat, in hash order.
+  using DedupViaKeyMap =
+      Kel::FlatHashedPtrMap<Rib::ViaKey, DedupViaKeyMetric, &DedupViaKeyMetric::viaKey>;
   class Notifiee : public Kel::NotifieeOf<DedupViaKeyByViaType> {
    public:
     virtual void onDedupViaKey(const Rib::ViaKey&) {}

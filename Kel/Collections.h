@@ -32,7 +32,17 @@ template <class K>
 using HashedSet = HashTable<SetTraits<K>>;
 template <class K, class V, auto KeyOf>
 using HashedPtrMap = HashTable<PtrMapTraits<K, V, KeyOf>>;
+// Small and ordered by key: flat, first element inline.
 template <class K, class V, auto KeyOf>
-using OrderedPtrMap = FlatMap<PtrMapTraits<K, V, KeyOf>>;
+struct OrderedPtrMapTraits {
+  using Entry = Ptr<V>;
+  using Key = K;
+  static decltype(auto) key(const Ptr<V>& v) { return std::invoke(KeyOf, *v); }
+};
+template <class K, class V, auto KeyOf>
+using OrderedPtrMap = FlatMap<OrderedPtrMapTraits<K, V, KeyOf>>;
+// Small and in hash order, like a HashedPtrMap, but flat with the first element inline.
+template <class K, class V, auto KeyOf>
+using FlatHashedPtrMap = FlatMap<PtrMapTraits<K, V, KeyOf>>;
 
 }  // namespace Kel

@@ -106,9 +106,10 @@ class NotifieeBase : public PtrInterface {
  private:
   friend class Entity;
   friend class NestedReactorGroup;
+  // First, so that it shares a word with the reference count.
+  bool active_ = true;
   Ptr<Entity> notifier_;
   NestedReactorGroup* groups_ = nullptr;
-  bool active_ = true;
 };
 
 inline bool Entity::isActive(const NotifieeBase* r) { return r->active_; }

@@ -1,10 +1,13 @@
-// An ordered collection kept as a flat sorted array, for the small ones
-// (a route's preferences, a preference's via types). The first element lives
+// A collection kept as a flat sorted array, for the small ones (a route's
+// preferences, a preference's via types and vias). The first element lives
 // inline, so the common one-element case allocates nothing.
-// Iteration is by ascending key. Insert and erase are O(n): keep it small.
+// Iteration is by ascending key, or, when Traits define `hash(key)`
+// (FlatHashedPtrMap), in the order a HashTable of the same keys iterates:
+// ascending (hash, key). Insert, erase and find are O(n): keep it small.
 // Iterators are invalidated by insert and erase.
 //
-// Traits: `Entry`, `Key`, `static KeyRef key(const Entry&)`; keys need == and <.
+// Traits: `Entry`, `Key`, `static KeyRef key(const Entry&)`, optionally
+// `static uint32_t hash(const Key&)`; keys need == and <.
 #pragma once
 
 #include <cstdint>
@@ -91,7 +94,15 @@ class FlatMap {
   const Entry* lowerBound(const Key& key) const {
     const Entry* e = data();
     const Entry* last = e + size_;
-    while (e != last && Traits::key(*e) < key) ++e;
+    if constexpr (requires { Traits::hash(key); }) {
+      const uint32_t h = Traits::hash(key);
+      for (; e != last; ++e) {
+        const uint32_t eh = Traits::hash(Traits::key(*e));
+        if (eh > h || (eh == h && !(Traits::key(*e) < key))) break;
+      }
+    } else {
+      while (e != last && Traits::key(*e) < key) ++e;
+    }
     return e;
   }
 

@@ -15,9 +15,15 @@
 
 namespace Kel {
 
+// Keys that hash (for a HashTable of reactors); a FlatMap of reactors keyed
+// by a plain number orders by the number.
 template <class K>
 struct ReactorKeyHash {
-  static uint32_t hash(const K& k) { return k.hash(collectionHashSeed); }
+  static uint32_t hash(const K& k)
+    requires requires { k.hash(0u); }
+  {
+    return k.hash(collectionHashSeed);
+  }
 };
 
 template <class K, class R, template <class> class Container = HashTable>
