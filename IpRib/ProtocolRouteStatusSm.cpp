@@ -305,29 +305,6 @@ void RouteStatusSm::routeIs(const Kel::Ptr<Route>& route) {
 
 void RouteStatusSm::routeDel(const Pando::IpGenPrefix& prefix) { kelRoute_.erase(prefix); }
 
-Kel::Ptr<RouteStatusSm> routeStatusSmFactory(
-    const L3::VrfName& vrfName, Pando::AddressFamily af, Vrf::VrfIdMap::VrfId vrfId,
-    const Kel::Ptr<Status>& status, const Kel::Ptr<const Rib::ViaMetricStatus>& ipViaMetricStatus,
-    const Kel::Ptr<const Rib::ViaMetricStatus>& evpnViaMetricStatus,
-    const Kel::Ptr<const Rib::LoopingRouteStatus>& loopingRouteStatus,
-    const Kel::Ptr<const Rib::Ip::GlobalNextHopDependencyGraph>& nhdGraph,
-    const Kel::Ptr<Rib::RouteConfig>& ribConfig, const Kel::Ptr<Rib::ViaSetConfig>& viaSetConfig,
-    Rib::RoutingProtocol routingProtocol,
-    const Kel::Ptr<const Rib::ViaMetricStatus>& ipv4DefaultVrfViaMetricStatus,
-    const Kel::Ptr<const Rib::ViaMetricStatus>& ipv6DefaultVrfViaMetricStatus,
-    const Kel::Ptr<VrfReadyStatus>& vrfReadyStatus,
-    const Kel::Ptr<BfdTrackedStaticRoutesList>& bfdTrackedRoutesList,
-    const Kel::Ptr<const Rib::Ip::ViaConfig>& ipViaConfig,
-    const Kel::Ptr<const Rib::Ip::ViaConfig>& auxIpViaConfig,
-    const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
-    const Kel::String& ribString, const Kel::Ptr<const Rib::ViaStatusByVrf>& viaStatusByVrf) {
-  return Kel::makePtr<RouteStatusSm>(
-      vrfName, af, vrfId, status, ipViaMetricStatus, evpnViaMetricStatus, loopingRouteStatus,
-      nhdGraph, ribConfig, viaSetConfig, routingProtocol, ipv4DefaultVrfViaMetricStatus,
-      ipv6DefaultVrfViaMetricStatus, vrfReadyStatus, bfdTrackedRoutesList, ipViaConfig,
-      auxIpViaConfig, viaMetricStatusByVrf, ribString, viaStatusByVrf);
-}
-
 // ------------------------------------------------------------ evaluation
 
 void RouteStatusSm::handleRoute(const Pando::IpGenPrefix& prefix) { evaluate(prefix, nullptr); }

@@ -196,21 +196,10 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   Kel::NestedReactors<BfdStatusKey, KelBfdRoute> kelBfdRoute_;
 };
 
-Kel::Ptr<RouteStatusSm> routeStatusSmFactory(
-    const L3::VrfName& vrfName, Pando::AddressFamily af, Vrf::VrfIdMap::VrfId vrfId,
-    const Kel::Ptr<Status>& status, const Kel::Ptr<const Rib::ViaMetricStatus>& ipViaMetricStatus,
-    const Kel::Ptr<const Rib::ViaMetricStatus>& evpnViaMetricStatus,
-    const Kel::Ptr<const Rib::LoopingRouteStatus>& loopingRouteStatus,
-    const Kel::Ptr<const Rib::Ip::GlobalNextHopDependencyGraph>& nhdGraph,
-    const Kel::Ptr<Rib::RouteConfig>& ribConfig, const Kel::Ptr<Rib::ViaSetConfig>& viaSetConfig,
-    Rib::RoutingProtocol routingProtocol,
-    const Kel::Ptr<const Rib::ViaMetricStatus>& ipv4DefaultVrfViaMetricStatus,
-    const Kel::Ptr<const Rib::ViaMetricStatus>& ipv6DefaultVrfViaMetricStatus,
-    const Kel::Ptr<VrfReadyStatus>& vrfReadyStatus,
-    const Kel::Ptr<BfdTrackedStaticRoutesList>& bfdTrackedRoutesList,
-    const Kel::Ptr<const Rib::Ip::ViaConfig>& ipViaConfig,
-    const Kel::Ptr<const Rib::Ip::ViaConfig>& auxIpViaConfig,
-    const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
-    const Kel::String& ribString, const Kel::Ptr<const Rib::ViaStatusByVrf>& viaStatusByVrf);
+// Takes the constructor's arguments.
+template <class... Args>
+Kel::Ptr<RouteStatusSm> routeStatusSmFactory(Args&&... args) {
+  return Kel::makePtr<RouteStatusSm>(std::forward<Args>(args)...);
+}
 
 }  // namespace Routing::Protocol
