@@ -9,20 +9,28 @@
 // large collections and FlatMap for the small ordered ones.
 #pragma once
 
+#include <type_traits>
+
 #include "Kel/Entity.h"
+#include "Kel/Hash.h"
 #include "Kel/FlatMap.h"
 #include "Kel/HashTable.h"
 
 namespace Kel {
 
-// Keys that hash (for a HashTable of reactors); a FlatMap of reactors keyed
-// by a plain number orders by the number.
+// Keys that hash themselves, and plain numbers (VRF ids, transports), which
+// hash as one word. Reactors iterate in hash order; nothing relies on it.
 template <class K>
 struct ReactorKeyHash {
   static uint32_t hash(const K& k)
     requires requires { k.hash(0u); }
   {
     return k.hash(collectionHashSeed);
+  }
+  static uint32_t hash(const K& k)
+    requires std::is_integral_v<K>
+  {
+    return Hasher(collectionHashSeed).add(uint32_t(k)).result();
   }
 };
 
