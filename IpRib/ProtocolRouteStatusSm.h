@@ -62,12 +62,49 @@ class RouteStatusSm final : public Kel::NotifieeBase {
                 const Kel::String& ribString,
                 const Kel::Ptr<const Rib::ViaStatusByVrf>& viaStatusByVrf);
   ~RouteStatusSm() override;
+  // Creates one from the constructor's arguments.
+  template <class... Args>
+  static Kel::Ptr<RouteStatusSm> RouteStatusSmIs(Args&&... args) {
+    return Kel::makePtr<RouteStatusSm>(std::forward<Args>(args)...);
+  }
 
   // ------------------------------------------------------------ identity
   const L3::VrfName& vrfName() const { return vrfName_; }
   Pando::AddressFamily af() const { return af_; }
   Vrf::VrfIdMap::VrfId vrfId() const { return vrfId_; }
   const Kel::Ptr<Status>& status() const { return status_; }
+  const Kel::Ptr<const Rib::ViaMetricStatus>& ipViaMetricStatus() const {
+    return ipViaMetricStatus_;
+  }
+  const Kel::Ptr<const Rib::ViaMetricStatus>& evpnViaMetricStatus() const {
+    return evpnViaMetricStatus_;
+  }
+  const Kel::Ptr<const Rib::LoopingRouteStatus>& loopingRouteStatus() const {
+    return loopingRouteStatus_;
+  }
+  const Kel::Ptr<const Rib::Ip::GlobalNextHopDependencyGraph>& nhdGraph() const {
+    return nhdGraph_;
+  }
+  const Kel::Ptr<Rib::RouteConfig>& ribConfig() const { return ribConfig_; }
+  const Kel::Ptr<Rib::ViaSetConfig>& viaSetConfig() const { return viaSetConfig_; }
+  Rib::RoutingProtocol routingProtocol() const { return routingProtocol_; }
+  const Kel::Ptr<const Rib::ViaMetricStatus>& ipv4DefaultVrfViaMetricStatus() const {
+    return ipv4DefaultVrfViaMetricStatus_;
+  }
+  const Kel::Ptr<const Rib::ViaMetricStatus>& ipv6DefaultVrfViaMetricStatus() const {
+    return ipv6DefaultVrfViaMetricStatus_;
+  }
+  const Kel::Ptr<VrfReadyStatus>& vrfReadyStatus() const { return vrfReadyStatus_; }
+  const Kel::Ptr<BfdTrackedStaticRoutesList>& bfdTrackedRoutesList() const {
+    return bfdTrackedRoutesList_;
+  }
+  const Kel::Ptr<const Rib::Ip::ViaConfig>& ipViaConfig() const { return ipViaConfig_; }
+  const Kel::Ptr<const Rib::Ip::ViaConfig>& auxIpViaConfig() const { return auxIpViaConfig_; }
+  const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf() const {
+    return viaMetricStatusByVrf_;
+  }
+  const Kel::String& ribString() const { return ribString_; }
+  const Kel::Ptr<const Rib::ViaStatusByVrf>& viaStatusByVrf() const { return viaStatusByVrf_; }
   Rib::RibType rib() const { return rib_; }
   void ribIs(Rib::RibType rib) { rib_ = rib; }
 
