@@ -1,8 +1,8 @@
 // RouteStatusSm: turns one protocol route status (one VRF, one address
 // family) into RIB route and via set configuration, and keeps it exact.
 //
-// Every change of a route, its preferences or vias re-evaluates that prefix
-// at once (handleRoute(prefix)): the most preferred preference with usable
+// Every change of a route's preferences or vias, and every stamp of its
+// routeChangedAt, re-evaluates that prefix at once (handleRoute(prefix)): the most preferred preference with usable
 // vias wins, within it the most preferred via type that yields vias (less
 // preferred types contribute only BFD-tracked vias), labelled vias push out
 // unlabelled ones, and with "StaticRouteMetric" on only the lowest metric is

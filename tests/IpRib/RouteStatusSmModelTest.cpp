@@ -1,0 +1,782 @@
+// RouteStatusSm against the reference model of route selection, over random
+// sequences of protocol writes and RIB input changes.
+//
+//   VRF "red" (id 3); 20 prefixes nested around the next hops of vias 1 to 14
+//   (192.168.0.<i>, 10.1.1.<i>, 100.64.0.<i>, or the like in IPv6, where vias
+//   11 and 12 share the link-local next hop fe80::1 on Ethernet11 and
+//   Ethernet12); via 13 belongs to VRF 7, via 14 to the other family;
+//   preferences 1, 2, 50, 200; every via type; protocol metrics 0, 1, 5, 10.
+//
+// After (almost) every event the loop runs until quiet, and then the whole RIB
+// of the VRF must be what the model says, the review must be complete, no via
+// set may outlive its routes, and the BFD tracking list must hold exactly what
+// the protocol's marks ask for. Inputs that RouteStatusSm does not watch per
+// prefix are followed by what the rest of the system does about them: the via
+// tracker stamps the routes that use a via, or the RIB bumps a table's
+// generation, which makes for a full review paced on the clock.
+//
+// IPRIB_MODEL_SEED=<n> replays one seed; IPRIB_MODEL_EVENTS=<n> runs n events
+// on one seed, checking every few events (a scale run).
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <deque>
+#include <iostream>
+#include <map>
+#include <optional>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/IpRib/RouteSelectionModel.h"
+#include "tests/IpRib/RouteStatusSmFixture.h"
+
+namespace Routing::Protocol::Test {
+namespace {
+
+using Pando::AddressFamily;
+using Pando::IpGenPrefix;
+using V = ViaTypeEnum;
+
+constexpr uint32_t viaCount = 14;
+constexpr Vrf::VrfIdMap::VrfId otherVrfId = 7;
+constexpr RoutePreference preferences[] = {1, 2, 50, 200};
+constexpr ViaTypeEnum viaTypes[] = {V::viaInvalid, V::viaIntfNextHop, V::viaNextHopOnly,
+                                    V::viaIntfOnly, V::viaDefault};
+constexpr RouteMetric protocolMetrics[] = {0, 1, 5, 10};
+constexpr double defaultQuantum = 0.1;
+
+std::vector<IpGenPrefix> universe(AddressFamily af) {
+  static const char* const v4[] = {
+      "0.0.0.0/0",         "10.0.0.0/8",     "10.1.0.0/16",     "10.1.1.0/24",    "10.1.1.8/29",
+      "10.2.0.0/16",       "172.16.0.0/12",  "172.16.1.0/24",   "192.168.0.0/16", "192.168.0.0/24",
+      "192.168.0.0/29",    "192.168.0.4/30", "192.168.0.3/32",  "192.168.1.0/24", "198.51.100.0/24",
+      "198.51.100.128/25", "203.0.113.0/24", "203.0.113.64/26", "100.64.1.0/24",  "100.65.0.0/16"};
+  static const char* const v6[] = {"::/0",
+                                   "2001:db8:a::/48",
+                                   "2001:db8:a:1::/64",
+                                   "2001:db8:a:1:1::/80",
+                                   "2001:db8:a:1:1::8/125",
+                                   "2001:db8:b::/48",
+                                   "2001:db8:c::/48",
+                                   "2001:db8:c:1::/64",
+                                   "2001:db8::/64",
+                                   "2001:db8::/120",
+                                   "2001:db8::/125",
+                                   "2001:db8::4/126",
+                                   "2001:db8::3/128",
+                                   "2001:db8:0:1::/64",
+                                   "2001:db8:d::/48",
+                                   "2001:db8:d:8000::/49",
+                                   "2001:db8:e::/48",
+                                   "2001:db8:e::/50",
+                                   "2001:db8:f::/48",
+                                   "2001:db8:10::/48"};
+  std::vector<IpGenPrefix> out;
+  for (const char* p : af == AddressFamily::ipv4 ? v4 : v6) out.emplace_back(p);
+  return out;
+}
+
+// Vias 1 to 6 lead into one corner of the prefixes, 7 to 9 into another, 10
+// to 13 where only the default route covers them (or to a link-local peer in
+// IPv6), and 14 to the other family.
+Pando::IpGenAddr nextHopOf(AddressFamily af, uint32_t i) {
+  const std::string n = std::to_string(i);
+  const bool v4 = (af == AddressFamily::ipv4) != (i == 14);
+  if (v4) return Pando::IpGenAddr((i <= 6 ? "192.168.0." : i <= 9 ? "10.1.1." : "100.64.0.") + n);
+  if (i == 11 || i == 12) return Pando::IpGenAddr("fe80::1");
+  return Pando::IpGenAddr((i <= 6   ? "2001:db8::"
+                           : i <= 9 ? "2001:db8:a:1:1::"
+                                    : "2001:db8:64::") +
+                          n);
+}
+
+std::optional<uint64_t> envNumber(const char* name) {
+  const char* text = std::getenv(name);
+  if (text == nullptr || *text == '\0') return std::nullopt;
+  return std::strtoull(text, nullptr, 10);
+}
+
+std::string describe(const std::optional<ModelRoute>& r) {
+  if (!r) return "absent";
+  std::ostringstream os;
+  os << *r;
+  return os.str();
+}
+
+// One seed's world and its random walk.
+class RandomRun {
+ public:
+  RandomRun(AddressFamily af, uint64_t seed)
+      : w_(af), rng_(seed), prefixes_(universe(af)), frozen_(prefixes_.size()) {}
+
+  // Runs `events` events, checking at a quiet moment after every
+  // `checkEvery`-th. Stops at the first mismatch, which it reports.
+  void run(uint64_t events, uint64_t checkEvery) {
+    setUp();
+    for (uint64_t n = 1; n <= events && !failed_; ++n) {
+      w_.time.time().advance(0.001);
+      std::ostringstream os;
+      os << "#" << n << " ";
+      const std::vector<bool> tracked = trackedVias();
+      event(os);
+      followTrackingEntries(os, tracked);
+      remember(os.str());
+      noteReadiness();
+      if (pick(100) < 12) {
+        // Leave the loop mid-way: the next event lands between review slices.
+        Kel::ActivityManager::instance().runOnce();
+        continue;
+      }
+      w_.runUntilQuiet();
+      if (n % checkEvery == 0) check(n);
+    }
+  }
+
+  // Expectations checked, by kind, and routes with several vias or none.
+  struct Coverage {
+    uint64_t absent = 0, notReady = 0, present = 0, multiVia = 0, withoutVia = 0;
+  };
+  bool failed() const { return failed_; }
+  const Coverage& coverage() const { return coverage_; }
+
+ private:
+  // ------------------------------------------------------------ the world
+
+  uint64_t pick(uint64_t n) { return rng_() % n; }
+  IpGenPrefix somePrefix() { return prefixes_[pick(prefixes_.size())]; }
+  uint32_t someVia() { return 1 + uint32_t(pick(viaCount)); }
+  bool linkLocal(uint32_t i) const { return nextHopOf(i).isLinkLocal(); }
+  Pando::IpGenAddr nextHopOf(uint32_t i) const { return Test::nextHopOf(w_.af, i); }
+  Pando::IntfId intfOf(uint32_t i) const { return Pando::IntfId("Ethernet" + std::to_string(i)); }
+
+  // Via 13 belongs to another VRF, via 14 to the other family; the rest are
+  // the fixture's.
+  Rib::ViaKey key(uint32_t i) const {
+    if (i == 13) return Rib::ViaKey(w_.via(i).kind(), otherVrfId, testSelector, i);
+    if (i == 14) return Rib::ViaKey(3 - w_.via(i).kind(), testVrfId, testSelector, i);
+    return w_.via(i);
+  }
+
+  void recordIs(uint32_t i) {
+    Rib::Ip::ViaConfig& records = i == 14 ? *w_.auxViaConfig : *w_.viaConfig;
+    records.viaIs(key(i),
+                  Rib::Via(nextHopOf(i), intfOf(i), labelled_[i] ? 1000 + i : Rib::Via::noLabel));
+    w_.graph->viaNextHopIs(key(i), nextHopOf(i));
+  }
+
+  void metricIs(uint32_t i, const Rib::ViaMetric& m) {
+    w_.metricTree->viaMetricStatusIs(key(i))->viaMetricIs(key(i), m);
+  }
+
+  SelectionInputs inputs() const {
+    return SelectionInputs{*w_.status,
+                           *w_.metricTree,
+                           *w_.viaConfig,
+                           *w_.auxViaConfig,
+                           *w_.graph,
+                           *w_.bfdList,
+                           Flipset::getToggleState("StaticRouteMetric"),
+                           testVrfId,
+                           w_.af};
+  }
+
+  void sessionIs(uint32_t i, bool up, bool resolved) {
+    w_.bfdAgent->sessionIs(nextHopOf(i), linkLocal(i) ? intfOf(i) : Pando::IntfId(), up,
+                           resolved ? intfOf(i) : Pando::IntfId());
+  }
+
+  // Routes left in the RIB from before a restart, records, metrics and
+  // sessions, some protocol writes; then RouteStatusSm starts.
+  void setUp() {
+    for (int k = 0; k < 2; ++k) {
+      Rib::Route stale(Rib::RouteKey(testVrfId, somePrefix()));
+      stale.routingProtocolIs(2);
+      stale.metricPrefIs(Rib::MetricPref(7, 7));
+      stale.viaSetIs(w_.viaSets->dedupConfigViaSetIs(Rib::Brisk::ViaSet()));
+      w_.ribConfig->routeAdd(stale);
+    }
+    for (uint32_t i = 1; i <= viaCount; ++i) {
+      labelled_[i] = pick(5) == 0;
+      recordIs(i);
+      if (pick(4) != 0) metricIs(i, Rib::ViaMetric(Rib::MetricPref(1, 1)));
+      if (pick(2) == 0) sessionIs(i, pick(3) != 0, true);
+    }
+    noteReadiness();
+    for (uint64_t n = pick(60); n > 0; --n) {
+      std::ostringstream os;
+      os << "before start: ";
+      event(os);
+      remember(os.str());
+      noteReadiness();
+    }
+    w_.start();
+    w_.sm->reviewQuantumIs(pick(2) == 0 ? 0 : defaultQuantum);
+    w_.status->initializedIs(true);
+    w_.runUntilQuiet();
+    check(0);
+  }
+
+  // ------------------------------------------------------------ events
+
+  // Existing (prefix, preference) pairs, and the vias filed under them.
+  struct Slot {
+    IpGenPrefix prefix;
+    RoutePreference pref;
+    ViaTypeEnum type;
+    uint32_t via;
+  };
+  std::vector<std::pair<IpGenPrefix, RoutePreference>> existingPrefs() const {
+    std::vector<std::pair<IpGenPrefix, RoutePreference>> out;
+    for (const IpGenPrefix& p : prefixes_) {
+      if (Kel::Ptr<Route> r = w_.status->route(p)) {
+        for (const Kel::Ptr<RoutePref>& pref : r->routePref()) {
+          out.emplace_back(p, pref->preference());
+        }
+      }
+    }
+    return out;
+  }
+  std::vector<Slot> existingVias() const {
+    std::vector<Slot> out;
+    for (const auto& [p, pref] : existingPrefs()) {
+      for (const auto& byType : w_.status->route(p)->routePref(pref)->dedupViaKeyByViaType()) {
+        for (const auto& entry : byType->dedupViaKey()) {
+          out.push_back({p, pref, byType->viaType().viaType(), entry->viaKey().viaIndex()});
+        }
+      }
+    }
+    return out;
+  }
+  // A preference the protocol has, mostly; sometimes a new one.
+  std::pair<IpGenPrefix, RoutePreference> somePref() {
+    const auto existing = existingPrefs();
+    if (!existing.empty() && pick(4) != 0) return existing[pick(existing.size())];
+    return {somePrefix(), preferences[pick(4)]};
+  }
+
+  void stamp(const IpGenPrefix& p) {
+    if (Kel::Ptr<Route> r = w_.status->route(p)) r->routeChangedAtIs(Kel::System::currentTime());
+  }
+  // What the via tracker does when a via's metric changes.
+  void stampUsers(const Rib::ViaKey& via) {
+    for (const Slot& s : existingVias()) {
+      if (key(s.via) == via) stamp(s.prefix);
+    }
+  }
+  void bumpGeneration() {
+    if (pick(2) == 0) {
+      w_.ipMetrics->doBumpGeneration();
+    } else {
+      w_.graph->doBumpGeneration();
+    }
+  }
+  void followViaChange(std::ostream& os, const Rib::ViaKey& via) {
+    if (pick(2) == 0) {
+      os << " +stamp users";
+      stampUsers(via);
+    } else {
+      os << " +review";
+      bumpGeneration();
+    }
+  }
+
+  // Per via, whether its next hop has a tracking entry.
+  std::vector<bool> trackedVias() const {
+    const SelectionInputs in = inputs();
+    std::vector<bool> out(viaCount + 1);
+    for (uint32_t i = 1; i <= viaCount; ++i) {
+      out[i] = bool(w_.bfdList->route(bfdKeyOf(*viaRecordOf(in, key(i)))));
+    }
+    return out;
+  }
+  // Whether a next hop has a tracking entry decides, for every route, whether
+  // a less preferred via type may use it; but the rules re-evaluate only the
+  // routes that track it. Bring the other users of the via up to date, so that
+  // the comparison is about selection and not about that gap.
+  void followTrackingEntries(std::ostream& os, const std::vector<bool>& before) {
+    const std::vector<bool> after = trackedVias();
+    for (uint32_t i = 1; i <= viaCount; ++i) {
+      if (before[i] == after[i]) continue;
+      os << ";"
+         << " via " << i << (after[i] ? " tracked" : " untracked");
+      followViaChange(os, key(i));
+    }
+  }
+
+  enum class Event : uint8_t {
+    // The protocol's writes.
+    addVia,
+    delVia,
+    delViaType,
+    delPref,
+    delRoute,
+    tag,
+    installInFib,
+    fecType,
+    fibRouteType,
+    srcVrfId,
+    stamp,
+    unready,
+    // The RIB's inputs.
+    viaMetric,
+    viaLabel,
+    graphRoute,
+    bfdMark,
+    bfdSession,
+    toggle,
+    // The review's pace.
+    pacing,
+  };
+  struct Weighted {
+    Event event;
+    uint32_t weight;
+  };
+  static constexpr Weighted eventWeights[] = {
+      {Event::addVia, 200},      {Event::delVia, 70},     {Event::delViaType, 15},
+      {Event::delPref, 15},      {Event::delRoute, 12},   {Event::tag, 15},
+      {Event::installInFib, 15}, {Event::fecType, 25},    {Event::fibRouteType, 12},
+      {Event::srcVrfId, 12},     {Event::stamp, 90},      {Event::unready, 6},
+      {Event::viaMetric, 120},   {Event::viaLabel, 30},   {Event::graphRoute, 50},
+      {Event::bfdMark, 40},      {Event::bfdSession, 45}, {Event::toggle, 4},
+      {Event::pacing, 4},
+  };
+
+  void event(std::ostream& os) {
+    uint64_t total = 0;
+    for (const Weighted& e : eventWeights) total += e.weight;
+    uint64_t roll = pick(total);
+    const Weighted* e = eventWeights;
+    while (roll >= e->weight) roll -= (e++)->weight;
+    switch (e->event) {
+      case Event::addVia:
+        return addVia(os);
+      case Event::delVia:
+      case Event::delViaType:
+        return delVia(os, e->event == Event::delViaType);
+      case Event::delPref:
+        return delPref(os);
+      case Event::delRoute: {
+        const IpGenPrefix p = somePrefix();
+        os << "delRoute " << p;
+        return w_.status->routeDel(p);
+      }
+      case Event::tag:
+      case Event::installInFib:
+      case Event::fecType:
+      case Event::fibRouteType:
+        return prefAttribute(os, e->event);
+      case Event::srcVrfId:
+        return srcVrfId(os);
+      case Event::stamp: {
+        const IpGenPrefix p = somePrefix();
+        os << "stamp " << p;
+        return w_.status->routeIs(p)->routeChangedAtIs(Kel::System::currentTime());
+      }
+      case Event::unready: {
+        const IpGenPrefix p = somePrefix();
+        os << "routeChangedAt 0 " << p;
+        if (Kel::Ptr<Route> r = w_.status->route(p)) r->routeChangedAtIs(0);
+        return;
+      }
+      case Event::viaMetric:
+        return viaMetric(os);
+      case Event::viaLabel: {
+        const uint32_t i = someVia();
+        labelled_[i] = !labelled_[i];
+        os << "via " << i << (labelled_[i] ? " labelled" : " unlabelled");
+        recordIs(i);
+        return followViaChange(os, key(i));
+      }
+      case Event::graphRoute:
+        return graphRoute(os);
+      case Event::bfdMark:
+        return bfdMark(os);
+      case Event::bfdSession: {
+        const uint32_t i = someVia();
+        const bool up = pick(4) != 0;
+        const bool resolved = pick(6) != 0;
+        os << "session via " << i << (up ? " up" : " down") << (resolved ? "" : " unresolved");
+        return sessionIs(i, up, resolved);
+      }
+      case Event::toggle:
+        return toggle(os);
+      case Event::pacing:
+        return pacing(os);
+    }
+  }
+
+  void addVia(std::ostream& os) {
+    const IpGenPrefix p = somePrefix();
+    const RoutePreference pref = preferences[pick(4)];
+    // Mostly two via types and one metric, so that vias meet in a type and
+    // tie on their metric.
+    const ViaTypeEnum type = pick(3) == 0   ? viaTypes[pick(5)]
+                             : pick(2) == 0 ? V::viaIntfNextHop
+                                            : V::viaNextHopOnly;
+    const uint32_t i = someVia();
+    const RouteMetric m = pick(2) == 0 ? 1 : protocolMetrics[pick(4)];
+    os << "addVia " << p << " pref " << unsigned(pref) << " " << type << " via " << i << " metric "
+       << m;
+    w_.routePref(p, pref)->dedupViaKeyIs(type, w_.viaKeys->dedupViaKeyIs(key(i)), m);
+    // The via tracker stamps a route that takes on a new via.
+    if (pick(2) == 0) {
+      os << " +stamp";
+      stamp(p);
+    }
+  }
+
+  void delVia(std::ostream& os, bool wholeType) {
+    const std::vector<Slot> slots = existingVias();
+    if (slots.empty()) return void(os << "no via to delete");
+    const Slot s = slots[pick(slots.size())];
+    Kel::Ptr<RoutePref> pref = w_.status->route(s.prefix)->routePref(s.pref);
+    os << s.prefix << " pref " << unsigned(s.pref) << " " << s.type;
+    if (wholeType) {
+      os << " deleted";
+      pref->dedupViaKeyDelAll(s.type);
+    } else {
+      os << " via " << s.via << " deleted";
+      pref->dedupViaKeyDel(s.type, key(s.via));
+    }
+  }
+
+  void delPref(std::ostream& os) {
+    const auto existing = existingPrefs();
+    if (existing.empty()) return void(os << "no preference to delete");
+    const auto [p, pref] = existing[pick(existing.size())];
+    os << p << " pref " << unsigned(pref) << " deleted";
+    w_.status->route(p)->routePrefDel(pref);
+  }
+
+  void prefAttribute(std::ostream& os, Event attribute) {
+    const auto [p, prefValue] = somePref();
+    Kel::Ptr<RoutePref> pref = w_.routePref(p, prefValue);
+    os << p << " pref " << unsigned(prefValue) << " ";
+    switch (attribute) {
+      case Event::tag: {
+        const uint32_t tag = uint32_t(pick(3));
+        os << "tag " << tag;
+        return pref->tagIs(tag);
+      }
+      case Event::installInFib: {
+        const bool install = pick(3) != 0;
+        os << "installInFib " << install;
+        return pref->installInFibIs(install);
+      }
+      case Event::fecType: {
+        const uint8_t fec = pick(3) == 0 ? 2 : 0;
+        os << "fecType " << unsigned(fec);
+        return pref->fecTypeIs(fec);
+      }
+      default: {
+        const Fib::RouteType t = Fib::RouteType(pick(4));
+        os << "fibRouteType " << t;
+        return pref->fibRouteTypeIs(t);
+      }
+    }
+  }
+
+  void srcVrfId(std::ostream& os) {
+    static constexpr Vrf::VrfIdMap::VrfId vrfs[] = {Vrf::VrfIdMap::invalidVrfId, 1, otherVrfId};
+    const IpGenPrefix p = somePrefix();
+    const Vrf::VrfIdMap::VrfId v = vrfs[pick(3)];
+    os << p << " srcVrfId " << v << " +stamp";
+    w_.status->routeIs(p)->srcVrfIdIs(v);
+    // RouteStatusSm watches routeChangedAt, not srcVrfId: the protocol stamps
+    // every change it makes to a route.
+    stamp(p);
+  }
+
+  void viaMetric(std::ostream& os) {
+    const uint32_t i = someVia();
+    os << "via " << i << " metric ";
+    // Out of 20: 13 resolved, 2 empty, 2 looping, 1 placeholder, 2 gone.
+    const uint64_t roll = pick(20);
+    if (roll < 13) {
+      const Rib::ViaMetric m(Rib::MetricPref(1, 1 + uint32_t(pick(3))));
+      os << m;
+      metricIs(i, m);
+    } else if (roll < 15) {
+      os << "empty";
+      metricIs(i, Rib::ViaMetric());
+    } else if (roll < 17) {
+      const Rib::ViaMetric m(Rib::MetricPref(1, 1), true);
+      os << m;
+      metricIs(i, m);
+    } else if (roll < 18) {
+      const Rib::ViaMetric m(Rib::MetricPref(RoutePreference(pick(2)), 1), false,
+                             Rib::ViaMetric::sourceSpecial);
+      os << m;
+      metricIs(i, m);
+    } else if (i == 13 && pick(2) == 0) {
+      os << "table gone with its VRF";
+      w_.metricTree->viaMetricStatusByTransportDel(otherVrfId);
+    } else if (i == 14 && pick(2) == 0) {
+      os << "table gone with its transport";
+      w_.metricTree->viaMetricStatusByTransport(testVrfId)->viaMetricStatusByProtocolDel(
+          key(i).kind());
+    } else {
+      os << "deleted";
+      w_.metricTree->viaMetricStatusIs(key(i))->viaMetricDel(key(i));
+    }
+    followViaChange(os, key(i));
+  }
+
+  // An installed route of the next-hop graph: 0 to 3 vias (none: connected).
+  void graphRoute(std::ostream& os) {
+    const IpGenPrefix p = somePrefix();
+    os << "graph route " << p;
+    if (pick(4) == 0) {
+      os << " deleted";
+      w_.graph->routeViasDel(testVrfId, p);
+    } else {
+      std::vector<Rib::ViaKey> vias;
+      os << " vias";
+      for (uint64_t n = pick(4); n > 0; --n) {
+        const uint32_t i = someVia();
+        os << " " << i;
+        vias.push_back(key(i));
+      }
+      w_.graph->routeViasIs(testVrfId, p, std::move(vias));
+    }
+    // The graph notifies nobody per route: the RIB bumps its generation.
+    os << " +review";
+    bumpGeneration();
+  }
+
+  // Marks or unmarks a via, mostly one of the preference's own.
+  void bfdMark(std::ostream& os) {
+    const auto [p, prefValue] = somePref();
+    Kel::Ptr<RoutePref> pref = w_.routePref(p, prefValue);
+    std::vector<uint32_t> own;
+    for (const auto& byType : pref->dedupViaKeyByViaType()) {
+      for (const auto& entry : byType->dedupViaKey()) own.push_back(entry->viaKey().viaIndex());
+    }
+    const uint32_t i = !own.empty() && pick(4) != 0 ? own[pick(own.size())] : someVia();
+    os << p << " pref " << unsigned(prefValue);
+    if (pref->bfdTrackedViaCollHas(key(i))) {
+      os << " untrack via " << i;
+      pref->bfdTrackedViaCollDel(key(i));
+    } else {
+      os << " track via " << i;
+      pref->bfdTrackedViaCollIs(key(i));
+    }
+  }
+
+  void toggle(std::ostream& os) {
+    const bool on = !Flipset::getToggleState("StaticRouteMetric");
+    os << "StaticRouteMetric " << (on ? "on" : "off");
+    Flipset::toggleStateIs("StaticRouteMetric", on);
+    if (pick(2) == 0) {
+      os << " +stamp all";
+      for (const IpGenPrefix& p : prefixes_) stamp(p);
+    } else {
+      os << " +review";
+      bumpGeneration();
+    }
+  }
+
+  void pacing(std::ostream& os) {
+    static constexpr double steps[] = {0, 0.01, 0.05};
+    const double quantum = pick(2) == 0 ? 0 : defaultQuantum;
+    const double step = steps[pick(3)];
+    os << "quantum " << quantum << " step " << step;
+    if (w_.sm) w_.sm->reviewQuantumIs(quantum);
+    w_.time.time().stepIs(step);
+  }
+
+  void remember(std::string text) {
+    recent_.push_back(std::move(text));
+    if (recent_.size() > 16) recent_.pop_front();
+  }
+
+  // ------------------------------------------------------------ checks
+
+  std::optional<ModelRoute> ribRoute(const IpGenPrefix& p) const {
+    const Rib::Route* r = w_.ribRoute(p);
+    return r ? std::optional<ModelRoute>(modelRouteOf(*r)) : std::nullopt;
+  }
+
+  // A route that is not ready keeps the RIB route it had when it became so.
+  void noteReadiness() {
+    for (size_t k = 0; k < prefixes_.size(); ++k) {
+      Kel::Ptr<Route> r = w_.status->route(prefixes_[k]);
+      const bool notReady = r && r->routeChangedAt() == 0;
+      if (notReady && !frozen_[k]) frozen_[k].emplace(ribRoute(prefixes_[k]));
+      if (!notReady) frozen_[k].reset();
+    }
+  }
+
+  std::string recentEvents() const {
+    std::string out;
+    for (const std::string& e : recent_) out += "  " + e + "\n";
+    return out;
+  }
+
+  void fail(uint64_t event, const std::string& what) {
+    failed_ = true;
+    ADD_FAILURE() << "after event " << event << ": " << what << "\nrecent events:\n"
+                  << recentEvents();
+  }
+
+  void check(uint64_t event) {
+    if (!w_.sm->reviewBookmark().isEmpty() ||
+        !(w_.af == AddressFamily::ipv4 ? w_.ready->v4RouteReviewComplete()
+                                       : w_.ready->v6RouteReviewComplete())) {
+      return fail(event, "the review is not complete at a quiet moment");
+    }
+    const SelectionInputs in = inputs();
+    for (size_t k = 0; k < prefixes_.size() && !failed_; ++k) checkPrefix(event, in, k);
+    if (!failed_) checkRibHasNothingElse(event);
+    if (!failed_) checkViaSets(event);
+    if (!failed_) checkBfdList(event);
+  }
+
+  void checkPrefix(uint64_t event, const SelectionInputs& in, size_t k) {
+    const IpGenPrefix& p = prefixes_[k];
+    const Expectation e = expectedRoute(in, p);
+    std::optional<ModelRoute> want;
+    switch (e.kind) {
+      case Expectation::Kind::absent:
+        ++coverage_.absent;
+        break;
+      case Expectation::Kind::unknown:
+        ++coverage_.notReady;
+        if (!frozen_[k]) return fail(event, "no RIB route recorded for a route not ready");
+        want = *frozen_[k];
+        break;
+      case Expectation::Kind::route:
+        ++coverage_.present;
+        if (e.route.vias.size() > 1) ++coverage_.multiVia;
+        if (e.route.vias.empty()) ++coverage_.withoutVia;
+        want = e.route;
+        break;
+    }
+    const Rib::Route* rib = w_.ribRoute(p);
+    const std::optional<ModelRoute> got = ribRoute(p);
+    const bool wellFormed = rib == nullptr || (rib->routingProtocol() == 2 && rib->viaSet() &&
+                                               (rib->flags() & ~Rib::Route::flagNoFibInstall) == 0);
+    if (want == got && wellFormed) return;
+    std::ostringstream os;
+    os << "prefix " << p << (e.kind == Expectation::Kind::unknown ? " (not ready)" : "")
+       << "\n  model: " << describe(want) << "\n  rib:   " << describe(got);
+    if (rib) os << "\n  rib route: " << *rib;
+    os << "\n" << w_.sm->explain(p).str();
+    fail(event, os.str());
+  }
+
+  void checkRibHasNothingElse(uint64_t event) {
+    for (const Rib::Route& r : w_.ribConfig->route()) {
+      bool ours = false;
+      for (const IpGenPrefix& p : prefixes_) ours |= r.key().prefix() == p;
+      if (r.key().vrfId() != testVrfId || !ours) {
+        std::ostringstream os;
+        os << "unexpected RIB route " << r;
+        return fail(event, os.str());
+      }
+    }
+  }
+
+  // No via set outlives the routes that use it.
+  void checkViaSets(uint64_t event) {
+    std::set<Rib::Id> used;
+    for (const Rib::Route& r : w_.ribConfig->route()) used.insert(r.viaSet()->id());
+    if (w_.viaSets->size() != used.size()) {
+      fail(event, "via sets: " + std::to_string(w_.viaSets->size()) + " in the table, " +
+                      std::to_string(used.size()) + " used by routes");
+    }
+  }
+
+  // Entry, dependant route, tracked vias.
+  using BfdRequests = std::map<BfdStatusKey, std::map<RouteKey, std::set<Routing::Via>>>;
+
+  static std::string describeRequests(const BfdRequests& requests) {
+    std::ostringstream os;
+    for (const auto& [key, routes] : requests) {
+      os << "  " << key << ":";
+      for (const auto& [route, vias] : routes) {
+        os << " [" << route << ":";
+        for (const Routing::Via& v : vias) os << " " << v;
+        os << "]";
+      }
+      os << "\n";
+    }
+    return os.str();
+  }
+
+  void checkBfdList(uint64_t event) {
+    const SelectionInputs in = inputs();
+    BfdRequests wanted;
+    for (const Kel::Ptr<Route>& route : w_.status->route()) {
+      for (const Kel::Ptr<RoutePref>& pref : route->routePref()) {
+        pref->forEachBfdTrackedVia([&](const Rib::ViaKey& via) {
+          const BfdStatusKey session = bfdKeyOf(*viaRecordOf(in, via));
+          wanted[session][RouteKey(route->prefix(), pref->preference())].insert(
+              Routing::Via(session.addr(), session.intf()));
+        });
+      }
+    }
+    BfdRequests held;
+    for (const Kel::Ptr<BfdTrackedStaticRoutes>& entry : w_.bfdList->route()) {
+      auto& routes = held[entry->key()];
+      for (const Kel::Ptr<TrackedViaList>& dependant : entry->dependantRoute()) {
+        auto& vias = routes[dependant->routeKey()];
+        for (const Routing::Via& v : dependant->trackedVia()) vias.insert(v);
+      }
+    }
+    if (wanted != held) {
+      fail(event, "BFD tracking list\n wanted:\n" + describeRequests(wanted) + " held:\n" +
+                      describeRequests(held));
+    }
+  }
+
+  RouteStatusWorld w_;
+  std::mt19937_64 rng_;
+  std::vector<IpGenPrefix> prefixes_;
+  bool labelled_[viaCount + 1] = {};
+  // Per prefix, while its route is not ready: the RIB route it must keep.
+  std::vector<std::optional<std::optional<ModelRoute>>> frozen_;
+  std::deque<std::string> recent_;
+  Coverage coverage_;
+  bool failed_ = false;
+};
+
+class RouteStatusSmModelTest : public ::testing::TestWithParam<AddressFamily> {};
+
+TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
+  const std::optional<uint64_t> replay = envNumber("IPRIB_MODEL_SEED");
+  const std::optional<uint64_t> scale = envNumber("IPRIB_MODEL_EVENTS");
+  std::vector<uint64_t> seeds = {1, 2, 3, 4};
+  if (replay || scale) seeds = {replay.value_or(1)};
+  for (uint64_t seed : seeds) {
+    SCOPED_TRACE("seed " + std::to_string(seed) +
+                 " (replay with IPRIB_MODEL_SEED=" + std::to_string(seed) + ")");
+    RandomRun run(GetParam(), seed);
+    run.run(scale.value_or(2000), scale ? 16 : 1);
+    if (run.failed()) return;
+    // A walk that never reaches these cases proves little.
+    const RandomRun::Coverage& c = run.coverage();
+    EXPECT_GT(c.absent, 0u);
+    EXPECT_GT(c.notReady, 0u);
+    EXPECT_GT(c.multiVia, 0u);
+    EXPECT_GT(c.withoutVia, 0u);
+    if (scale) {
+      std::cout << "seed " << seed << ": " << *scale
+                << " events; expectations checked: " << c.present << " routes (" << c.multiVia
+                << " with several vias, " << c.withoutVia << " without via), " << c.absent
+                << " absent, " << c.notReady << " not ready\n";
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, RouteStatusSmModelTest,
+                         ::testing::Values(AddressFamily::ipv4, AddressFamily::ipv6),
+                         [](const ::testing::TestParamInfo<AddressFamily>& info) {
+                           return info.param == AddressFamily::ipv4 ? "Ipv4" : "Ipv6";
+                         });
+
+}  // namespace
+}  // namespace Routing::Protocol::Test
