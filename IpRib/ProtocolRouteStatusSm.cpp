@@ -443,7 +443,7 @@ void RouteStatusSm::evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet
       viaSet.flagsIs(af_ == Pando::AddressFamily::ipv4 ? flagNoViaIpv4 : flagNoViaIpv6);
     }
     if (observer) observer->preferenceDone(true);
-    if (Flipset::getToggleState("StaticRouteMetric")) {
+    if (staticRouteMetric()) {
       addRouteWithLowestMetric(prefix, routePref, viaSet, route.srcVrfId(), winningType, observer);
     } else {
       addRoute(prefix, *routePref, viaSet, route.srcVrfId(), 0, observer);
@@ -521,6 +521,15 @@ RouteStatusSm::ViaCheck RouteStatusSm::checkVia(const Pando::IpGenPrefix& prefix
 bool RouteStatusSm::validVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via,
                              const Rib::ViaKey& vtepVia, RoutePreference pref) const {
   return checkVia(prefix, via, vtepVia, pref) == ViaCheck::valid;
+}
+
+bool RouteStatusSm::staticRouteMetric() {
+  const uint64_t version = Flipset::togglesVersion();
+  if (version != toggleVersion_) {
+    staticRouteMetric_ = Flipset::getToggleState("StaticRouteMetric");
+    toggleVersion_ = version;
+  }
+  return staticRouteMetric_;
 }
 
 const Rib::Via* RouteStatusSm::viaRecord(const Rib::ViaKey& via) const {
@@ -608,13 +617,19 @@ void RouteStatusSm::doAddRoute(const Pando::IpGenPrefix& prefix,
 void RouteStatusSm::addRoute(const Pando::IpGenPrefix& prefix, const RoutePref& routePref,
                              const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId,
                              RouteMetric metric, RouteEvaluationObserver* observer) {
-  Kel::Ptr<const Rib::ViaSetEntry> entry = viaSetConfig_->dedupConfigViaSetIs(viaSet);
+  // A re-evaluation usually keeps the via set the route has: skip the dedup index.
+  const Rib::RouteKey key(vrfId_, prefix);
+  const Rib::Route* present = ribConfig_->route(key);
+  Kel::Ptr<const Rib::ViaSetEntry> entry = present && present->viaSet() &&
+                                                   present->viaSet()->holds(viaSet)
+                                               ? present->viaSet()
+                                               : viaSetConfig_->dedupConfigViaSetIs(viaSet);
   const RoutePreference pref = routePref.preference();
   RSM_DUALLOG(8, " (" << prefix << "), Adding route, Preference: " << unsigned(pref)
                       << ", ViaSet: " << entry->id() << ", with " << viaSet.size() << " vias",
               " RouteStatusSm: add route %s to RIB, preference: %s ViaSet: %s, with %s vias",
               prefix, pref, entry->id(), viaSet.size());
-  Rib::Route route(Rib::RouteKey(vrfId_, prefix));
+  Rib::Route route(key);
   route.routingProtocolIs(routingProtocol_);
   route.metricPrefIs(Rib::MetricPref(pref, metric));
   route.fibRouteTypeIs(routePref.fibRouteType());

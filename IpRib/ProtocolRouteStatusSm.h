@@ -183,6 +183,8 @@ class RouteStatusSm final : public Kel::NotifieeBase {
                 RouteMetric metric, RouteEvaluationObserver* observer);
   void delRoute(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer);
   const Rib::Via* viaRecord(const Rib::ViaKey& via) const;
+  // "StaticRouteMetric", read again only when the toggles change.
+  bool staticRouteMetric();
   BfdStatusKey bfdStatusKey(const Rib::Via& via) const;
   void routeIs(const Kel::Ptr<Route>& route);
   void routeDel(const Pando::IpGenPrefix& prefix);
@@ -215,6 +217,8 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   bool reviewedOnce_ = false;
   bool initialized_ = false;
   Kel::Ptr<const Kel::Clock> clock_;
+  uint64_t toggleVersion_ = UINT64_MAX;
+  bool staticRouteMetric_ = true;
   uint64_t evaluations_ = 0;
   uint64_t reviewSlices_ = 0;
   // Scratch via sets: evaluation must not allocate. A nested evaluation

@@ -30,6 +30,10 @@ namespace Kel {
 
 // Collections hash with one fixed seed so that orders are the same in every run.
 inline constexpr uint32_t collectionHashSeed = 0x5eed1e55u;
+// Tables filled by walking another table of the same keys in its order would
+// receive keys in ascending hash order and pile them into one cluster; tables
+// that mirror a collection (nested reactors) hash with a seed of their own.
+inline constexpr uint32_t mirrorHashSeed = collectionHashSeed ^ 0x9e3779b9u;
 
 template <class Traits>
 class HashTable {
@@ -78,7 +82,9 @@ class HashTable {
   uint32_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
 
-  const_iterator begin() const { return const_iterator(this, nextUsed(first_)); }
+  // Moves the hint past emptied slots, so that taking the first element
+  // over and over (emptying a table) stays linear.
+  const_iterator begin() const { return const_iterator(this, first_ = nextUsed(first_)); }
   const_iterator end() const { return const_iterator(this, slotCount_); }
 
   // The first element at or after `key`'s place in iteration order.
@@ -273,7 +279,7 @@ class HashTable {
   uint32_t slotCount_ = 0;
   uint32_t size_ = 0;
   uint32_t bits_ = 0;
-  uint32_t first_ = 0;  // no used slot before it
+  mutable uint32_t first_ = 0;  // no used slot before it
 };
 
 }  // namespace Kel

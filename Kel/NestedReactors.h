@@ -25,12 +25,12 @@ struct ReactorKeyHash {
   static uint32_t hash(const K& k)
     requires requires { k.hash(0u); }
   {
-    return k.hash(collectionHashSeed);
+    return k.hash(mirrorHashSeed);
   }
   static uint32_t hash(const K& k)
     requires std::is_integral_v<K>
   {
-    return Hasher(collectionHashSeed).add(uint32_t(k)).result();
+    return Hasher(mirrorHashSeed).add(uint32_t(k)).result();
   }
 };
 

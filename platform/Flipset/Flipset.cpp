@@ -181,10 +181,20 @@ bool getToggleState(std::string_view name) {
   return false;
 }
 
+namespace {
+uint64_t version = 0;
+}  // namespace
+
 void toggleStateIs(std::string_view name, bool on) {
   toggles().insert_or_assign(std::string(name), on);
+  ++version;
 }
 
-void reloadToggles() { cache().reset(); }
+void reloadToggles() {
+  cache().reset();
+  ++version;
+}
+
+uint64_t togglesVersion() { return version; }
 
 }  // namespace Flipset

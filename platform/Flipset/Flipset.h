@@ -15,6 +15,7 @@
 // drops the file's values and the overrides alike.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -28,6 +29,9 @@ bool getToggleState(std::string_view name);
 void toggleStateIs(std::string_view name, bool on);
 // Drops the cache; the next getToggleState reads the file again.
 void reloadToggles();
+// Changes with every toggleStateIs and reloadToggles, so that a hot path may
+// keep a state and re-read it only when this moves.
+uint64_t togglesVersion();
 
 using Toggles = std::map<std::string, bool, std::less<>>;
 // Parses the toggles file's text; on failure returns nothing and sets `error`

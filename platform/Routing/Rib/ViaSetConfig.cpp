@@ -32,7 +32,7 @@ Kel::Ptr<const ViaSetEntry> ViaSetConfig::dedupConfigViaSetIs(const Brisk::ViaSe
   if (id == byId_.size()) {
     // Room for every id in both lists: filing below and releasing (in a
     // destructor) must not allocate.
-    byId_.reserve(id + 1);
+    byId_.reserve(std::max<size_t>(id + 1, 2 * byId_.size()));
     freeIds_.reserve(byId_.capacity());
   }
   // Not filed yet, so should emplace throw, the entry goes without touching the table.

@@ -43,12 +43,13 @@ class ViaSetEntry : public Kel::PtrInterface {
   uint32_t flags() const { return flags_; }
   const std::vector<ViaKey>& viaKeys() const { return viaKeys_; }
   uint32_t size() const { return uint32_t(viaKeys_.size()); }
+  // Same flags and via keys, in order.
+  bool holds(const Brisk::ViaSet& s) const;
 
  private:
   friend class ViaSetConfig;
   ViaSetEntry(Id id, uint32_t hash, const Brisk::ViaSet& s)
       : key_(id), hash_(hash), flags_(s.flags()), viaKeys_(s.begin(), s.end()) {}
-  bool holds(const Brisk::ViaSet& s) const;
 
   ViaSetConfig* config_ = nullptr;  // null until filed, and once the table is gone
   const ViaSetKey key_;
