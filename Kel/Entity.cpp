@@ -12,26 +12,41 @@ void Entity::Hub::compact() {
 }
 
 // Reactors hold their entity by Ptr, so none is bound any more here.
-Entity::~Entity() { delete hub_; }
+Entity::~Entity() {
+  if (reactors_ & hubTag) delete hub();
+}
 
 size_t Entity::notifieeCount() const {
-  if (hub_ == nullptr) return 0;
-  return size_t(std::count_if(hub_->list.begin(), hub_->list.end(),
-                              [](NotifieeBase* r) { return r != nullptr; }));
+  if ((reactors_ & hubTag) == 0) return reactors_ != 0 ? 1 : 0;
+  const auto& list = hub()->list;
+  return size_t(std::count_if(list.begin(), list.end(), [](NotifieeBase* r) { return r != nullptr; }));
 }
 
 void Entity::attach(NotifieeBase* r) const {
-  if (hub_ == nullptr) hub_ = new Hub;
-  hub_->list.push_back(r);
+  if (reactors_ == 0) {
+    reactors_ = reinterpret_cast<uintptr_t>(r);
+    return;
+  }
+  if ((reactors_ & hubTag) == 0) {
+    Hub* hub = new Hub;
+    hub->list.push_back(reinterpret_cast<NotifieeBase*>(reactors_));
+    reactors_ = reinterpret_cast<uintptr_t>(hub) | hubTag;
+  }
+  hub()->list.push_back(r);
 }
 
 void Entity::detach(NotifieeBase* r) const {
-  auto& list = hub_->list;
+  if ((reactors_ & hubTag) == 0) {
+    if (reactors_ == reinterpret_cast<uintptr_t>(r)) reactors_ = 0;
+    return;
+  }
+  Hub* hub = this->hub();
+  auto& list = hub->list;
   auto it = std::find(list.begin(), list.end(), r);
   if (it == list.end()) return;
-  if (hub_->depth > 0) {
+  if (hub->depth > 0) {
     *it = nullptr;  // compacted when the outermost dispatch ends
-    hub_->holes = true;
+    hub->holes = true;
   } else {
     list.erase(it);
   }

@@ -11,7 +11,8 @@
 // - Entities live on the heap and are held by Ptr. A reactor holds its
 //   entity by Ptr; the entity points to its reactors with plain pointers that
 //   reactors remove when they unbind or die.
-// - Cost: with no reactor bound a notification is one pointer test.
+// - Cost: with no reactor bound a notification is one pointer test; one
+//   reactor costs no allocation.
 #pragma once
 
 #include <cstddef>
@@ -36,18 +37,23 @@ class Entity : public PtrInterface {
   // Calls `call(static_cast<N*>(reactor))` on each active bound reactor.
   template <class N, class F>
   void notify(F&& call) const {
-    if (hub_ == nullptr) return;
-    Hub& hub = *hub_;
+    if (reactors_ == 0) return;
     // A handler may drop the last reference to this entity: keep it until done.
     const bool counted = references() != 0;
     if (counted) newRef();
-    ++hub.depth;
-    const size_t n = hub.list.size();
-    for (size_t i = 0; i < n; ++i) {
-      NotifieeBase* r = hub.list[i];
-      if (r != nullptr && isActive(r)) call(static_cast<N*>(r));
+    if ((reactors_ & hubTag) == 0) {
+      NotifieeBase* r = reinterpret_cast<NotifieeBase*>(reactors_);
+      if (isActive(r)) call(static_cast<N*>(r));
+    } else {
+      Hub& hub = *this->hub();
+      ++hub.depth;
+      const size_t n = hub.list.size();
+      for (size_t i = 0; i < n; ++i) {
+        NotifieeBase* r = hub.list[i];
+        if (r != nullptr && isActive(r)) call(static_cast<N*>(r));
+      }
+      if (--hub.depth == 0 && hub.holes) hub.compact();
     }
-    if (--hub.depth == 0 && hub.holes) hub.compact();
     if (counted) delRef();
   }
 
@@ -62,7 +68,7 @@ class Entity : public PtrInterface {
   // copied: a handler may free the element it came from.
   template <class N, class K>
   void notifyKey(void (N::*handler)(const K&), const K& key) const {
-    if (hub_ == nullptr) return;
+    if (reactors_ == 0) return;
     const K copy = key;
     notify<N>([handler, &copy](N* n) { (n->*handler)(copy); });
   }
@@ -78,8 +84,12 @@ class Entity : public PtrInterface {
   static bool isActive(const NotifieeBase* r);
   void attach(NotifieeBase* r) const;
   void detach(NotifieeBase* r) const;
+  Hub* hub() const { return reinterpret_cast<Hub*>(reactors_ & ~hubTag); }
 
-  mutable Hub* hub_ = nullptr;
+  // Most entities have one reactor or none: it is kept here directly, and a
+  // list (a Hub, tagged in bit 0) is made only for a second one.
+  static constexpr uintptr_t hubTag = 1;
+  mutable uintptr_t reactors_ = 0;
 };
 
 class NestedReactorGroup;
