@@ -117,13 +117,6 @@ struct World {
     }
   }
 
-  // RouteStatusSm's destructor empties its route reactor table front first,
-  // and each step rescans the emptied front (quadratic at this size): delete
-  // the routes first, one look-up each.
-  ~World() {
-    if (sm) status->routeDelAll();
-  }
-
   void attach() {
     sm = Protocol::routeStatusSmFactory(
         L3::VrfName("red"), Pando::AddressFamily::ipv4, vrfId, status, ipMetrics, evpnMetrics,
