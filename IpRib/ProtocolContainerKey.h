@@ -21,7 +21,8 @@ namespace Routing::Protocol {
 class ContainerKey {
  public:
   ContainerKey() = default;
-  ContainerKey(L3::VrfName vrfName, Pando::AddressFamily af) : vrfName_(std::move(vrfName)), af_(af) {}
+  ContainerKey(L3::VrfName vrfName, Pando::AddressFamily af)
+      : vrfName_(std::move(vrfName)), af_(af) {}
   ContainerKey(Kel::StrepIt& it, Kel::StrepIt end);
 
   const L3::VrfName& vrfName() const { return vrfName_; }

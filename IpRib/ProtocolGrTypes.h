@@ -129,7 +129,9 @@ class AllVrfReadyStatus final : public Kel::Entity {
   const char* typeName() const override { return "Routing::Protocol::AllVrfReadyStatus"; }
 
   const auto& vrfReadyStatus() const { return coll_.all(); }
-  Kel::Ptr<VrfReadyStatus> vrfReadyStatus(const L3::VrfName& name) const { return coll_.find(name); }
+  Kel::Ptr<VrfReadyStatus> vrfReadyStatus(const L3::VrfName& name) const {
+    return coll_.find(name);
+  }
   // Creates the entry when absent; an existing one keeps its values.
   Kel::Ptr<VrfReadyStatus> vrfReadyStatusIs(const L3::VrfName& name);
   void vrfReadyStatusDel(const L3::VrfName& name);

@@ -48,12 +48,11 @@ std::string valueToStrep(const PrefixPrefVrfId& v) {
 }
 
 const Kel::EnumInfo& viaTypeEnumInfo() {
-  static const Kel::EnumInfo info("Routing::Protocol::ViaTypeEnum",
-                                  {{0, "viaInvalid"},
-                                   {1, "viaIntfNextHop"},
-                                   {2, "viaNextHopOnly"},
-                                   {3, "viaIntfOnly"},
-                                   {4, "viaDefault"}});
+  static const Kel::EnumInfo info("Routing::Protocol::ViaTypeEnum", {{0, "viaInvalid"},
+                                                                     {1, "viaIntfNextHop"},
+                                                                     {2, "viaNextHopOnly"},
+                                                                     {3, "viaIntfOnly"},
+                                                                     {4, "viaDefault"}});
   return info;
 }
 
@@ -159,8 +158,7 @@ Kel::Ptr<DedupViaKeyByViaType> RoutePref::dedupViaKeyByViaType(const ViaType& t)
 }
 
 Kel::Ptr<DedupViaKeyByViaType> RoutePref::dedupViaKeyByViaTypeIs(const ViaType& t) {
-  auto [entry, inserted] =
-      dedupViaKeyByViaType_.insert(Kel::makePtr<DedupViaKeyByViaType>(t));
+  auto [entry, inserted] = dedupViaKeyByViaType_.insert(Kel::makePtr<DedupViaKeyByViaType>(t));
   Kel::Ptr<DedupViaKeyByViaType> byType = *entry;
   if (inserted) notifyKey(&Notifiee::onDedupViaKeyByViaType, t);
   return byType;

@@ -34,7 +34,8 @@ namespace Routing::Protocol {
 class PrefixPrefVrfId {
  public:
   PrefixPrefVrfId() = default;
-  PrefixPrefVrfId(const Pando::IpGenPrefix& prefix, RoutePreference pref, Vrf::VrfIdMap::VrfId vrfId)
+  PrefixPrefVrfId(const Pando::IpGenPrefix& prefix, RoutePreference pref,
+                  Vrf::VrfIdMap::VrfId vrfId)
       : prefix_(prefix), pref_(pref), vrfId_(vrfId) {}
   PrefixPrefVrfId(Kel::StrepIt& it, Kel::StrepIt end);
 
@@ -194,7 +195,9 @@ class RoutePref final : public Kel::Entity {
 
   void fecTypeIs(uint8_t v) { attributeIs(fecType_, v, &Notifiee::onFecType); }
   void installInFibIs(bool v) { attributeIs(installInFib_, v, &Notifiee::onInstallInFib); }
-  void fibRouteTypeIs(Fib::RouteType v) { attributeIs(fibRouteType_, v, &Notifiee::onFibRouteType); }
+  void fibRouteTypeIs(Fib::RouteType v) {
+    attributeIs(fibRouteType_, v, &Notifiee::onFibRouteType);
+  }
   void tagIs(uint32_t v) { attributeIs(tag_, v, &Notifiee::onTag); }
   void dedupViaSetKeyIs(Kel::Ptr<const Rib::DedupViaSetKey> v) {
     attributeIs(dedupViaSetKey_, std::move(v), &Notifiee::onDedupViaSetKey);

@@ -6,15 +6,24 @@ namespace Routing::Protocol {
 
 std::string_view viaVerdictText(ViaVerdict v) {
   switch (v) {
-    case ViaVerdict::added: return "added";
-    case ViaVerdict::unresolved: return "unresolved";
-    case ViaVerdict::looping: return "looping";
-    case ViaVerdict::pushedOutByLabelledVia: return "pushed out by a labelled via";
-    case ViaVerdict::notLabelled: return "not labelled";
-    case ViaVerdict::lessPreferredNotBfdTracked: return "less preferred via type, not BFD-tracked";
-    case ViaVerdict::bfdDown: return "BFD down";
-    case ViaVerdict::vtepUnresolved: return "VTEP unresolved";
-    case ViaVerdict::cutByMetric: return "higher metric than the lowest";
+    case ViaVerdict::added:
+      return "added";
+    case ViaVerdict::unresolved:
+      return "unresolved";
+    case ViaVerdict::looping:
+      return "looping";
+    case ViaVerdict::pushedOutByLabelledVia:
+      return "pushed out by a labelled via";
+    case ViaVerdict::notLabelled:
+      return "not labelled";
+    case ViaVerdict::lessPreferredNotBfdTracked:
+      return "less preferred via type, not BFD-tracked";
+    case ViaVerdict::bfdDown:
+      return "BFD down";
+    case ViaVerdict::vtepUnresolved:
+      return "VTEP unresolved";
+    case ViaVerdict::cutByMetric:
+      return "higher metric than the lowest";
   }
   return "?";
 }
@@ -98,12 +107,18 @@ std::string RouteExplanation::str() const {
   }
   if (metricCut_) os << "  lowest metric " << lowestMetric_ << " kept\n";
   switch (outcome_) {
-    case Outcome::added: os << "  RIB: " << route_ << " (" << vias_ << " vias)\n"; break;
-    case Outcome::deleted:
-      os << "  RIB: route deleted" << (inStatus_ ? " (no preference has a usable via)" : "") << "\n";
+    case Outcome::added:
+      os << "  RIB: " << route_ << " (" << vias_ << " vias)\n";
       break;
-    case Outcome::abandoned: os << "  evaluation abandoned: " << why_ << "\n"; break;
-    default: break;
+    case Outcome::deleted:
+      os << "  RIB: route deleted" << (inStatus_ ? " (no preference has a usable via)" : "")
+         << "\n";
+      break;
+    case Outcome::abandoned:
+      os << "  evaluation abandoned: " << why_ << "\n";
+      break;
+    default:
+      break;
   }
   return os.str();
 }

@@ -19,9 +19,9 @@ constexpr uint8_t fecTypeInstallWithoutVia = 2;
 
 // Text traces start with the VRF name, ring traces with the VRF id.
 #define RSM_TRACE(level, message) KEL_TRACE(trace, level, "Vrf: " << vrfName_ << message)
-#define RSM_DUALLOG(level, message, format, ...)                                     \
-  KEL_DUALLOG(trace, level, "Vrf: " << vrfName_ << message, "Vrf Id: %s" format, vrfId_ \
-              __VA_OPT__(, ) __VA_ARGS__)
+#define RSM_DUALLOG(level, message, format, ...)                                 \
+  KEL_DUALLOG(trace, level, "Vrf: " << vrfName_ << message, "Vrf Id: %s" format, \
+              vrfId_ __VA_OPT__(, ) __VA_ARGS__)
 
 // ------------------------------------------------------------ nested reactors
 
@@ -75,8 +75,7 @@ class RouteStatusSm::KelRoute::KelRoutePref::KelDedupViaKeyByViaType final
   KelRoutePref* parent_;
 };
 
-RouteStatusSm::KelRoute::KelRoute(RouteStatusSm* sm, Route* route)
-    : sm_(sm), kelRoutePref_(this) {
+RouteStatusSm::KelRoute::KelRoute(RouteStatusSm* sm, Route* route) : sm_(sm), kelRoutePref_(this) {
   notifierIs(route);
   for (const Kel::Ptr<RoutePref>& p : route->routePref()) {
     kelRoutePref_.insert(Kel::makePtr<KelRoutePref>(this, p.ptr()));
@@ -98,8 +97,9 @@ RouteStatusSm::KelRoute::KelRoutePref::KelRoutePref(KelRoute* parent, RoutePref*
   for (const Kel::Ptr<DedupViaKeyByViaType>& t : pref->dedupViaKeyByViaType()) {
     kelDedupViaKeyByViaType_.insert(Kel::makePtr<KelDedupViaKeyByViaType>(this, t.ptr()));
   }
-  pref->forEachBfdTrackedVia(
-      [&](const Rib::ViaKey& via) { sm()->handleBfdTrackedVia(RouteKey(prefix(), key()), via, true); });
+  pref->forEachBfdTrackedVia([&](const Rib::ViaKey& via) {
+    sm()->handleBfdTrackedVia(RouteKey(prefix(), key()), via, true);
+  });
 }
 
 void RouteStatusSm::KelRoute::KelRoutePref::onDedupViaKeyByViaType(const ViaType& t) {
@@ -215,8 +215,9 @@ class RouteStatusSm::KelBfdTrackedRoutesList final : public BfdTrackedStaticRout
 };
 
 void RouteStatusSm::KelBfdRoute::handleBfdStatusChange() {
-  KEL_TRACE(trace, 8, "Vrf: " << sm_->vrfName_ << " handleBfdStatusChange"
-                              << " for bfd route: " << key());
+  KEL_TRACE(trace, 8,
+            "Vrf: " << sm_->vrfName_ << " handleBfdStatusChange"
+                    << " for bfd route: " << key());
   // Collect first: re-evaluating may change the entry's dependants.
   std::vector<Pando::IpGenPrefix> prefixes;
   for (const auto& dependant : notifier()->dependantRoute()) {
@@ -276,7 +277,8 @@ RouteStatusSm::RouteStatusSm(
   kelStatus_.reactorIs(Kel::makePtr<KelStatus>(this, status_.ptr()));
   for (const Kel::Ptr<Route>& route : status_->route()) routeIs(route);
   if (ipViaMetricStatus_) {
-    kelIpViaMetricStatus_.reactorIs(Kel::makePtr<KelViaMetricStatus>(this, ipViaMetricStatus_.ptr()));
+    kelIpViaMetricStatus_.reactorIs(
+        Kel::makePtr<KelViaMetricStatus>(this, ipViaMetricStatus_.ptr()));
   }
   if (evpnViaMetricStatus_) {
     kelEvpnViaMetricStatus_.reactorIs(
@@ -359,10 +361,9 @@ void RouteStatusSm::evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet
 
     for (const Kel::Ptr<DedupViaKeyByViaType>& byType : routePref->dedupViaKeyByViaType()) {
       const ViaType viaType = byType->viaType();
-      RSM_DUALLOG(9, " RouteStatusSm, viaType: " << viaType << " mostPreferredViaType: "
-                                                 << mostPreferred,
-                  " RouteStatusSm, viaType: %s mostPreferredViaType: %s", viaType.viaType(),
-                  mostPreferred);
+      RSM_DUALLOG(
+          9, " RouteStatusSm, viaType: " << viaType << " mostPreferredViaType: " << mostPreferred,
+          " RouteStatusSm, viaType: %s mostPreferredViaType: %s", viaType.viaType(), mostPreferred);
       if (observer) observer->viaType(viaType, mostPreferred);
       uint32_t addedOfType = 0;
       for (const Kel::Ptr<DedupViaKeyMetric>& entry : byType->dedupViaKey()) {
@@ -373,10 +374,11 @@ void RouteStatusSm::evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet
 
         const ViaCheck check = checkVia(prefix, via, vtepVia, pref);
         if (check != ViaCheck::valid) {
-          RSM_DUALLOG(9, " (" << prefix << "), Preference: " << unsigned(pref) << ", Via " << via
-                              << " is unresolved",
-                      " RouteStatusSm, route %s Preference: %s Via %s is unresolved", prefix,
-                      pref, via);
+          RSM_DUALLOG(9,
+                      " (" << prefix << "), Preference: " << unsigned(pref) << ", Via " << via
+                           << " is unresolved",
+                      " RouteStatusSm, route %s Preference: %s Via %s is unresolved", prefix, pref,
+                      via);
           if (observer) {
             observer->via(via, entry->metric(),
                           check == ViaCheck::bfdDown          ? ViaVerdict::bfdDown
@@ -388,8 +390,9 @@ void RouteStatusSm::evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet
         }
         if (nhdGraph_ && nhdGraph_->loopingRoute(prefix, Rib::MetricPref(pref, entry->metric()),
                                                  vrfId_, via, 0, 0, rib_)) {
-          RSM_DUALLOG(9, " (" << prefix << "), Preference: " << unsigned(pref) << ", Via " << via
-                              << " is looping",
+          RSM_DUALLOG(9,
+                      " (" << prefix << "), Preference: " << unsigned(pref) << ", Via " << via
+                           << " is looping",
                       " RouteStatusSm, route %s Preference: %s Via %s is looping", prefix, pref,
                       via);
           if (observer) observer->via(via, entry->metric(), ViaVerdict::looping);
@@ -413,7 +416,9 @@ void RouteStatusSm::evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet
           continue;
         }
         if (!mostPreferred && !getBfdTrackedRouteFromViaKey(via)) {
-          RSM_DUALLOG(9, " continue as neither mostPreferred " "nor bfdTracked via",
+          RSM_DUALLOG(9,
+                      " continue as neither mostPreferred "
+                      "nor bfdTracked via",
                       " RouteStatusSm, via: %s neither mostPreferred nor bfdTracked via", via);
           if (observer) observer->via(via, entry->metric(), ViaVerdict::lessPreferredNotBfdTracked);
           continue;
@@ -421,10 +426,11 @@ void RouteStatusSm::evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet
         viaSet.viaKeyIs(count, via);
         ++count;
         ++addedOfType;
-        RSM_DUALLOG(9, " (" << prefix << "), Preference: " << unsigned(pref) << ", Adding Via "
-                            << via << " to Via Set",
-                    " RouteStatusSm, route %s Preference: %s adding Via %s to Via Set", prefix, pref,
-                    via);
+        RSM_DUALLOG(9,
+                    " (" << prefix << "), Preference: " << unsigned(pref) << ", Adding Via " << via
+                         << " to Via Set",
+                    " RouteStatusSm, route %s Preference: %s adding Via %s to Via Set", prefix,
+                    pref, via);
         if (observer) observer->via(via, entry->metric(), ViaVerdict::added);
       }
       if (addedOfType > 0) {
@@ -464,7 +470,7 @@ RouteStatusSm::ViaCheck RouteStatusSm::checkEvpnVia(const Pando::IpGenPrefix& pr
     if (valid && !vtepVia.isEmpty()) {
       const Kel::Ptr<const Rib::ViaMetricStatus>& vtepStatus =
           vtepVia.kind() == Rib::ViaKey::kindIpv4 ? ipv4DefaultVrfViaMetricStatus_
-                                                 : ipv6DefaultVrfViaMetricStatus_;
+                                                  : ipv6DefaultVrfViaMetricStatus_;
       const Rib::ViaMetric* vtepMetric = vtepStatus ? vtepStatus->viaMetric(vtepVia) : nullptr;
       valid = vtepMetric != nullptr && vtepMetric->usableAsVtep();
       if (!valid) check = ViaCheck::vtepUnresolved;
@@ -478,14 +484,18 @@ RouteStatusSm::ViaCheck RouteStatusSm::checkVia(const Pando::IpGenPrefix& prefix
                                                 const Rib::ViaKey& via, const Rib::ViaKey& vtepVia,
                                                 RoutePreference pref) const {
   RSM_TRACE(9, " validVia " << prefix << " and " << via << " evpn " << vtepVia << " pref "
-                           << unsigned(pref));
+                            << unsigned(pref));
   if (via.kind() == Rib::ViaKey::kindEvpn) return checkEvpnVia(prefix, via, vtepVia);
 
   if (Kel::Ptr<const BfdTrackedStaticRoutes> bfd = getBfdTrackedRouteFromViaKey(via)) {
     if (bfd->dependantRoute(RouteKey(prefix, pref)) &&
         !(bfd->status() && !bfd->resolvedIntf().isEmpty())) {
-      RSM_DUALLOG(9, " via: " << via << " not valid as " "no bfdTrackedRoutes/bfdTrackedRoutes->status",
-                  " RouteStatusSm, via: %s not valid as no" "bfdTrackedRoutes/bfdTrackedRoutesStatus",
+      RSM_DUALLOG(9,
+                  " via: " << via
+                           << " not valid as "
+                              "no bfdTrackedRoutes/bfdTrackedRoutes->status",
+                  " RouteStatusSm, via: %s not valid as no"
+                  "bfdTrackedRoutes/bfdTrackedRoutesStatus",
                   via);
       return ViaCheck::bfdDown;
     }
@@ -536,7 +546,7 @@ const Rib::Via* RouteStatusSm::viaRecord(const Rib::ViaKey& via) const {
   const Pando::AddressFamily transportAf = Rib::transportAf(via.kind());
   const Kel::Ptr<const Rib::Ip::ViaConfig>& config =
       transportAf == af_ || transportAf == Pando::AddressFamily::ipunknown ? ipViaConfig_
-                                                                          : auxIpViaConfig_;
+                                                                           : auxIpViaConfig_;
   return config ? config->via(via) : nullptr;
 }
 
@@ -547,8 +557,7 @@ Rib::Via RouteStatusSm::getViaFromKey(const Rib::ViaKey& via) const {
 
 BfdStatusKey RouteStatusSm::bfdStatusKey(const Rib::Via& via) const {
   // A link-local next hop is only unique together with its interface.
-  return BfdStatusKey(via.nextHop(),
-                      via.nextHop().isLinkLocal() ? via.intf() : Pando::IntfId());
+  return BfdStatusKey(via.nextHop(), via.nextHop().isLinkLocal() ? via.intf() : Pando::IntfId());
 }
 
 Kel::Ptr<const BfdTrackedStaticRoutes> RouteStatusSm::getBfdTrackedRouteFromViaKey(
@@ -601,8 +610,8 @@ void RouteStatusSm::addRouteWithLowestMetric(const Pando::IpGenPrefix& prefix,
       observer->via(via, metric, ViaVerdict::cutByMetric);
     }
   }
-  RSM_TRACE(9, " (" << prefix << "), Adding route, Preference: " << unsigned(pref) << ", with "
-                    << n << " vias of metric: " << lowest);
+  RSM_TRACE(9, " (" << prefix << "), Adding route, Preference: " << unsigned(pref) << ", with " << n
+                    << " vias of metric: " << lowest);
   if (observer) observer->metricCut(lowest);
   addRoute(prefix, *routePref, lowestSet, srcVrfId, lowest, observer);
 }
@@ -620,13 +629,14 @@ void RouteStatusSm::addRoute(const Pando::IpGenPrefix& prefix, const RoutePref& 
   // A re-evaluation usually keeps the via set the route has: skip the dedup index.
   const Rib::RouteKey key(vrfId_, prefix);
   const Rib::Route* present = ribConfig_->route(key);
-  Kel::Ptr<const Rib::ViaSetEntry> entry = present && present->viaSet() &&
-                                                   present->viaSet()->holds(viaSet)
-                                               ? present->viaSet()
-                                               : viaSetConfig_->dedupConfigViaSetIs(viaSet);
+  Kel::Ptr<const Rib::ViaSetEntry> entry =
+      present && present->viaSet() && present->viaSet()->holds(viaSet)
+          ? present->viaSet()
+          : viaSetConfig_->dedupConfigViaSetIs(viaSet);
   const RoutePreference pref = routePref.preference();
-  RSM_DUALLOG(8, " (" << prefix << "), Adding route, Preference: " << unsigned(pref)
-                      << ", ViaSet: " << entry->id() << ", with " << viaSet.size() << " vias",
+  RSM_DUALLOG(8,
+              " (" << prefix << "), Adding route, Preference: " << unsigned(pref)
+                   << ", ViaSet: " << entry->id() << ", with " << viaSet.size() << " vias",
               " RouteStatusSm: add route %s to RIB, preference: %s ViaSet: %s, with %s vias",
               prefix, pref, entry->id(), viaSet.size());
   Rib::Route route(key);
@@ -757,8 +767,8 @@ void RouteStatusSm::doReview() {
 
 void RouteStatusSm::handleBfdTrackedVia(const RouteKey& routeKey, const Rib::ViaKey& via,
                                         bool add) {
-  RSM_TRACE(8, " handleBfdTrackedVia" << " for route " << routeKey << ", via " << via << ", add "
-                                      << add);
+  RSM_TRACE(8, " handleBfdTrackedVia"
+                   << " for route " << routeKey << ", via " << via << ", add " << add);
   if (!bfdTrackedRoutesList_) return;
   const Rib::Via* record = viaRecord(via);
   const Rib::Via viaValue = record ? *record : Rib::Via();
@@ -804,8 +814,8 @@ void RouteStatusSm::handleBfdTrackedVia(const RouteKey& routeKey, const Rib::Via
     entry->dependantRouteDel(routeKey);
   }
   if (entry->dependantRouteSize() == 0) {
-    RSM_TRACE(9, " No more dependant routes for key: addr " << key.addr() << " intf "
-                                                            << key.intf());
+    RSM_TRACE(9,
+              " No more dependant routes for key: addr " << key.addr() << " intf " << key.intf());
     bfdTrackedRoutesList_->routeDel(key);
   }
 }

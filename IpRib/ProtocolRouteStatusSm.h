@@ -2,8 +2,8 @@
 // family) into RIB route and via set configuration, and keeps it exact.
 //
 // Every change of a route's preferences or vias, and every stamp of its
-// routeChangedAt, re-evaluates that prefix at once (handleRoute(prefix)): the most preferred preference with usable
-// vias wins, within it the most preferred via type that yields vias (less
+// routeChangedAt, re-evaluates that prefix at once (handleRoute(prefix)): the most preferred
+// preference with usable vias wins, within it the most preferred via type that yields vias (less
 // preferred types contribute only BFD-tracked vias), labelled vias push out
 // unlabelled ones, and with "StaticRouteMetric" on only the lowest metric is
 // kept. Changes that affect all vias (a via metric or dependency graph table
@@ -179,8 +179,8 @@ class RouteStatusSm final : public Kel::NotifieeBase {
                                 const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId,
                                 ViaType viaType, RouteEvaluationObserver* observer);
   void addRoute(const Pando::IpGenPrefix& prefix, const RoutePref& routePref,
-                const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId,
-                RouteMetric metric, RouteEvaluationObserver* observer);
+                const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId, RouteMetric metric,
+                RouteEvaluationObserver* observer);
   void delRoute(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer);
   const Rib::Via* viaRecord(const Rib::ViaKey& via) const;
   // "StaticRouteMetric", read again only when the toggles change.

@@ -19,7 +19,8 @@ Entity::~Entity() {
 size_t Entity::notifieeCount() const {
   if ((reactors_ & hubTag) == 0) return reactors_ != 0 ? 1 : 0;
   const auto& list = hub()->list;
-  return size_t(std::count_if(list.begin(), list.end(), [](NotifieeBase* r) { return r != nullptr; }));
+  return size_t(
+      std::count_if(list.begin(), list.end(), [](NotifieeBase* r) { return r != nullptr; }));
 }
 
 void Entity::attach(NotifieeBase* r) const {

@@ -19,8 +19,8 @@
 // `static uint32_t hash(const Key&)`; keys need == and <.
 #pragma once
 
-#include <cstdint>
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>

@@ -12,8 +12,8 @@
 #include <type_traits>
 
 #include "Kel/Entity.h"
-#include "Kel/Hash.h"
 #include "Kel/FlatMap.h"
+#include "Kel/Hash.h"
 #include "Kel/HashTable.h"
 
 namespace Kel {
@@ -22,14 +22,9 @@ namespace Kel {
 // hash as one word. Reactors iterate in hash order; nothing relies on it.
 template <class K>
 struct ReactorKeyHash {
-  static uint32_t hash(const K& k)
-    requires requires { k.hash(0u); }
-  {
-    return k.hash(mirrorHashSeed);
-  }
-  static uint32_t hash(const K& k)
-    requires std::is_integral_v<K>
-  {
+  static uint32_t hash(const K& k) requires requires { k.hash(0u); }
+  { return k.hash(mirrorHashSeed); }
+  static uint32_t hash(const K& k) requires std::is_integral_v<K> {
     return Hasher(mirrorHashSeed).add(uint32_t(k)).result();
   }
 };

@@ -32,14 +32,18 @@ class Ptr {
  public:
   Ptr() = default;
   Ptr(std::nullptr_t) {}
-  Ptr(T* p) : p_(p) { if (p_) p_->newRef(); }
+  Ptr(T* p) : p_(p) {
+    if (p_) p_->newRef();
+  }
   Ptr(const Ptr& o) : Ptr(o.p_) {}
   Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
   template <class U>
   Ptr(const Ptr<U>& o) : Ptr(o.ptr()) {}
   template <class U>
   Ptr(Ptr<U>&& o) noexcept : p_(o.release()) {}
-  ~Ptr() { if (p_) p_->delRef(); }
+  ~Ptr() {
+    if (p_) p_->delRef();
+  }
 
   Ptr& operator=(const Ptr& o) {
     Ptr(o).swap(*this);

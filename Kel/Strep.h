@@ -90,7 +90,8 @@ template <class T>
 T strepToValue(std::string_view s) {
   StrepIt it = s.begin();
   T value(it, s.end());
-  if (it != s.end()) throw ParseError("trailing text after value: '" + std::string(it, s.end()) + "'");
+  if (it != s.end())
+    throw ParseError("trailing text after value: '" + std::string(it, s.end()) + "'");
   return value;
 }
 

@@ -49,7 +49,8 @@ class StatusWatcher final : public Status::Notifiee {
     }
   }
   void onInitialized() override {
-    out_ << "  notify status.initialized = " << Kel::valueToStrep(notifier()->initialized()) << "\n";
+    out_ << "  notify status.initialized = " << Kel::valueToStrep(notifier()->initialized())
+         << "\n";
   }
 
  private:
@@ -64,9 +65,9 @@ void printStatus(const Status& s, std::ostream& out) {
     out << "  Route " << r->prefix() << "  srcVrfId " << r->srcVrfId() << "  routeChangedAt "
         << r->routeChangedAt() << "\n";
     for (const Kel::Ptr<RoutePref>& p : r->routePref()) {
-      out << "    RoutePref " << unsigned(p->preference()) << "  fecType "
-          << unsigned(p->fecType()) << "  installInFib " << Kel::valueToStrep(p->installInFib())
-          << "  tag " << p->tag() << "\n";
+      out << "    RoutePref " << unsigned(p->preference()) << "  fecType " << unsigned(p->fecType())
+          << "  installInFib " << Kel::valueToStrep(p->installInFib()) << "  tag " << p->tag()
+          << "\n";
       for (const Kel::Ptr<DedupViaKeyByViaType>& t : p->dedupViaKeyByViaType()) {
         out << "      " << t->viaType() << "\n";
         for (const Kel::Ptr<DedupViaKeyMetric>& v : t->dedupViaKey()) {
@@ -98,27 +99,27 @@ void showRib(std::ostream& out) {
   for (uint32_t i = 1; i <= 5; ++i) {
     const Pando::IpGenAddr nh = Pando::IpGenAddr::fromV4(0xc0a80000u + i);
     viaConfig->viaIs(via(i), Rib::Via(nh, Pando::IntfId("Ethernet" + std::to_string(i)),
-                                 i == 3 ? 16003 : Rib::Via::noLabel));
+                                      i == 3 ? 16003 : Rib::Via::noLabel));
     graph->viaNextHopIs(via(i), nh);
     if (i <= 4) ipMetrics->viaMetricIs(via(i), Rib::ViaMetric(Rib::MetricPref(1, 10 * i)));
   }
-  auto sm = routeStatusSmFactory(L3::VrfName("red"), AddressFamily::ipv4, 3, status, ipMetrics,
-                                 nullptr, nullptr, graph, ribConfig, viaSets, 2, nullptr, nullptr,
-                                 ready, nullptr, viaConfig, nullptr, metrics, Kel::String("rib"),
-                                 nullptr);
+  auto sm =
+      routeStatusSmFactory(L3::VrfName("red"), AddressFamily::ipv4, 3, status, ipMetrics, nullptr,
+                           nullptr, graph, ribConfig, viaSets, 2, nullptr, nullptr, ready, nullptr,
+                           viaConfig, nullptr, metrics, Kel::String("rib"), nullptr);
   auto write = [&](const char* prefix, Routing::RoutePreference pref, ViaTypeEnum type, uint32_t i,
                    Routing::RouteMetric metric) {
     Kel::Ptr<Route> r = status->routeIs(IpGenPrefix(prefix));
     r->routePrefIs(pref)->dedupViaKeyIs(type, viaKeys->dedupViaKeyIs(via(i)), metric);
     r->routeChangedAtIs(Kel::System::currentTime());
   };
-  write("10.1.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 1, 5);    // two vias, lowest metric wins
+  write("10.1.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 1, 5);  // two vias, lowest metric wins
   write("10.1.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 2, 7);
-  write("10.2.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 5, 0);    // unresolved ...
-  write("10.2.0.0/24", 20, ViaTypeEnum::viaIntfNextHop, 4, 0);   // ... so preference 20
-  write("10.3.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 1, 0);    // labelled via 3 pushes out 1
+  write("10.2.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 5, 0);   // unresolved ...
+  write("10.2.0.0/24", 20, ViaTypeEnum::viaIntfNextHop, 4, 0);  // ... so preference 20
+  write("10.3.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 1, 0);   // labelled via 3 pushes out 1
   write("10.3.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 3, 0);
-  write("192.168.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 2, 0); // resolves through itself
+  write("192.168.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 2, 0);  // resolves through itself
   write("192.168.0.0/24", 1, ViaTypeEnum::viaIntfNextHop, 4, 0);
   status->initializedIs(true);
   Kel::ActivityManager::instance().runUntilQuiet();
@@ -213,9 +214,9 @@ int runDemo(std::ostream& out) {
   auto ready = allVrfReadyStatusFactory();
   Kel::Ptr<VrfReadyStatus> rs = ready->vrfReadyStatusIs(L3::VrfName("default"));
   rs->v4RouteReviewCompleteIs(true);
-  out << "\nReadiness of VRF " << rs->vrfName()
-      << ": v4RouteReviewComplete " << Kel::valueToStrep(rs->v4RouteReviewComplete())
-      << ", ribReadySeqStatus " << rs->ribReadySeqStatus() << "\n";
+  out << "\nReadiness of VRF " << rs->vrfName() << ": v4RouteReviewComplete "
+      << Kel::valueToStrep(rs->v4RouteReviewComplete()) << ", ribReadySeqStatus "
+      << rs->ribReadySeqStatus() << "\n";
   watcher = nullptr;
   showRib(out);
   return 0;

@@ -37,8 +37,9 @@ TEST(ContainerKeyTest, CanonicalFormsRoundTripDefaultsIncluded) {
                   "Value('Routing::Protocol::ContainerKey', ** {'vrfName': 'it\\'s', 'af': ipv6})");
   expectRoundTrip(RouteStatusKey(7, AddressFamily::ipv6),
                   "Value('Routing::Protocol::RouteStatusKey', ** {'vrfId': 7, 'af': ipv6})");
-  expectRoundTrip(RouteStatusKey(),
-                  "Value('Routing::Protocol::RouteStatusKey', ** {'vrfId': 16777215, 'af': ipunknown})");
+  expectRoundTrip(
+      RouteStatusKey(),
+      "Value('Routing::Protocol::RouteStatusKey', ** {'vrfId': 16777215, 'af': ipunknown})");
   expectRoundTrip(PrefixPrefVrfId(IpGenPrefix("10.1.0.0/24"), 200, 0),
                   "Value('Routing::Protocol::PrefixPrefVrfId', ** {'prefix': 10.1.0.0/24, "
                   "'pref': 200, 'vrfId': 0})");
@@ -76,9 +77,10 @@ TEST(ContainerKeyTest, ParseErrorsNameTheFailingPieceOrAttribute) {
     return "<no error>";
   };
   EXPECT_EQ(attributeOf([] {
-              Kel::strepToValue<ContainerKey>("Value('Routing::Protocol::ContainerKey', ** "
-                                              "{'vrfName': '" + std::string(101, 'x') +
-                                              "', 'af': ipv4})");
+              Kel::strepToValue<ContainerKey>(
+                  "Value('Routing::Protocol::ContainerKey', ** "
+                  "{'vrfName': '" +
+                  std::string(101, 'x') + "', 'af': ipv4})");
             }),
             "vrfName");
   EXPECT_EQ(attributeOf([] {
@@ -86,19 +88,22 @@ TEST(ContainerKeyTest, ParseErrorsNameTheFailingPieceOrAttribute) {
                   "Value('Routing::Protocol::ContainerKey', ** {'vrfName': 'a', 'af': ipv9})");
             }),
             "af");
+  EXPECT_EQ(
+      attributeOf([] {
+        Kel::strepToValue<RouteStatusKey>(
+            "Value('Routing::Protocol::RouteStatusKey', ** {'vrfId': 4294967296, 'af': ipv4})");
+      }),
+      "vrfId");
   EXPECT_EQ(attributeOf([] {
-              Kel::strepToValue<RouteStatusKey>(
-                  "Value('Routing::Protocol::RouteStatusKey', ** {'vrfId': 4294967296, 'af': ipv4})");
-            }),
-            "vrfId");
-  EXPECT_EQ(attributeOf([] {
-              Kel::strepToValue<PrefixPrefVrfId>("Value('Routing::Protocol::PrefixPrefVrfId', ** "
-                                                 "{'prefix': 10.0.0.0/33, 'pref': 1, 'vrfId': 0})");
+              Kel::strepToValue<PrefixPrefVrfId>(
+                  "Value('Routing::Protocol::PrefixPrefVrfId', ** "
+                  "{'prefix': 10.0.0.0/33, 'pref': 1, 'vrfId': 0})");
             }),
             "prefix");
   EXPECT_EQ(attributeOf([] {
-              Kel::strepToValue<PrefixPrefVrfId>("Value('Routing::Protocol::PrefixPrefVrfId', ** "
-                                                 "{'prefix': 10.0.0.0/8, 'pref': 256, 'vrfId': 0})");
+              Kel::strepToValue<PrefixPrefVrfId>(
+                  "Value('Routing::Protocol::PrefixPrefVrfId', ** "
+                  "{'prefix': 10.0.0.0/8, 'pref': 256, 'vrfId': 0})");
             }),
             "pref");
   EXPECT_EQ(attributeOf([] { Kel::strepToValue<ViaType>("viaSideways"); }), "viaType");
@@ -114,8 +119,7 @@ TEST(ContainerKeyTest, HashRules) {
   EXPECT_EQ(v4.hash(17), ContainerKey(L3::VrfName("blue"), AddressFamily::ipv4).hash(17));
   EXPECT_NE(v4.hash(17), v4.hash(18));
   // Fields are fed in declaration order.
-  EXPECT_EQ(v4.hash(9),
-            Kel::Hasher(9).add(L3::VrfName("blue").hash(9)).add(uint32_t(1)).result());
+  EXPECT_EQ(v4.hash(9), Kel::Hasher(9).add(L3::VrfName("blue").hash(9)).add(uint32_t(1)).result());
   EXPECT_EQ(RouteStatusKey(5, AddressFamily::ipv6).hash(3),
             Kel::Hasher(3).add(uint32_t(5)).add(uint32_t(2)).result());
   const IpGenPrefix p("10.1.0.0/24");

@@ -39,7 +39,8 @@ TEST_F(BfdTest, RoutesTrackingTheSameNextHopShareOneEntry) {
   EXPECT_EQ(entry->dependantRouteSize(), 2u);
   EXPECT_FALSE(entry->status());  // a new entry starts down
   EXPECT_EQ(entry->resolvedIntf(), Pando::IntfId("Ethernet1"));
-  EXPECT_TRUE(entry->dependantRoute(RouteKey(p1, 1))->trackedViaHas(Routing::Via(w.nextHop(1), Pando::IntfId())));
+  EXPECT_TRUE(entry->dependantRoute(RouteKey(p1, 1))
+                  ->trackedViaHas(Routing::Via(w.nextHop(1), Pando::IntfId())));
 
   w.routePref(p1, 1)->bfdTrackedViaCollDel(w.via(1));
   EXPECT_EQ(entry->dependantRouteSize(), 1u);

@@ -34,17 +34,17 @@ struct RouteStatusWorld {
 
   // A via of this VRF; its record carries a next hop, an interface and `label`.
   Rib::ViaKey via(uint32_t i) const {
-    return Rib::ViaKey(af == Pando::AddressFamily::ipv4 ? Rib::ViaKey::kindIpv4
-                                                        : Rib::ViaKey::kindIpv6,
-                       testVrfId, testSelector, i);
+    return Rib::ViaKey(
+        af == Pando::AddressFamily::ipv4 ? Rib::ViaKey::kindIpv4 : Rib::ViaKey::kindIpv6, testVrfId,
+        testSelector, i);
   }
   Pando::IpGenAddr nextHop(uint32_t i) const {
     if (af == Pando::AddressFamily::ipv4) return Pando::IpGenAddr::fromV4(0xc0a80000u + i);
     return Pando::IpGenAddr(Pando::AddressFamily::ipv6, 0x20010db800000000ull, i);
   }
   void viaRecordIs(uint32_t i, uint32_t label = Rib::Via::noLabel) {
-    viaConfig->viaIs(via(i), Rib::Via(nextHop(i), Pando::IntfId("Ethernet" + std::to_string(i)),
-                                      label));
+    viaConfig->viaIs(via(i),
+                     Rib::Via(nextHop(i), Pando::IntfId("Ethernet" + std::to_string(i)), label));
     graph->viaNextHopIs(via(i), nextHop(i));
   }
   // Resolves via i with `metric` (the RIB's metric, not the protocol's).
@@ -56,8 +56,8 @@ struct RouteStatusWorld {
   Kel::Ptr<RouteStatusSm> start() {
     sm = routeStatusSmFactory(L3::VrfName("red"), af, testVrfId, status, ipMetrics, evpnMetrics,
                               looping, graph, ribConfig, viaSets, 2, v4DefaultMetrics,
-                              v6DefaultMetrics, ready, bfdList, viaConfig, auxViaConfig,
-                              metricTree, Kel::String("rib"), viaStatus);
+                              v6DefaultMetrics, ready, bfdList, viaConfig, auxViaConfig, metricTree,
+                              Kel::String("rib"), viaStatus);
     return sm;
   }
 

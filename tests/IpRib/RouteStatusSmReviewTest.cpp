@@ -201,7 +201,8 @@ TEST_F(ReviewTest, DecisionsAreTracedInTextAndInTheRing) {
   };
   EXPECT_TRUE(hasText("Vrf: red (10.1.0.0/24), Preference: 1, Via via(1:3:2:99) is unresolved"));
   EXPECT_TRUE(hasText("Vrf: red (10.1.0.0/24), Preference: 1, Adding Via via(1:3:2:1) to Via Set"));
-  EXPECT_TRUE(hasText("Vrf: red (10.1.0.0/24), Adding route, Preference: 1, with 1 vias of metric: 7"));
+  EXPECT_TRUE(
+      hasText("Vrf: red (10.1.0.0/24), Adding route, Preference: 1, with 1 vias of metric: 7"));
   EXPECT_TRUE(hasText("Vrf: red (10.1.0.0/24), Deleting route"));
   EXPECT_TRUE(hasText("Vrf: red routeChangedAt == 0 "));
   EXPECT_TRUE(hasText("Vrf: red validVia 10.1.0.0/24 and via(1:3:2:99) evpn via(0:0:0:0) pref 1"));
@@ -211,13 +212,18 @@ TEST_F(ReviewTest, DecisionsAreTracedInTextAndInTheRing) {
   auto hasRing = [&](const std::string& m) {
     return std::find(ring.begin(), ring.end(), m) != ring.end();
   };
-  EXPECT_TRUE(hasRing("Vrf Id: 3 RouteStatusSm, route 10.1.0.0/24 Preference: 1 Via via(1:3:2:99) is unresolved"));
-  EXPECT_TRUE(hasRing("Vrf Id: 3 RouteStatusSm, route 10.1.0.0/24 Preference: 1 adding Via via(1:3:2:1) to Via Set"));
+  EXPECT_TRUE(hasRing(
+      "Vrf Id: 3 RouteStatusSm, route 10.1.0.0/24 Preference: 1 Via via(1:3:2:99) is unresolved"));
+  EXPECT_TRUE(
+      hasRing("Vrf Id: 3 RouteStatusSm, route 10.1.0.0/24 Preference: 1 adding Via via(1:3:2:1) to "
+              "Via Set"));
   EXPECT_TRUE(hasRing("Vrf Id: 3 RouteConfigSm: deleting route 10.1.0.0/24"));
   bool added = false;
   for (const std::string& m : ring) {
-    added |= m.rfind("Vrf Id: 3 RouteStatusSm: add route 10.1.0.0/24 to RIB, preference: 1 ViaSet: ", 0) == 0 &&
-             m.find(", with 1 vias") != std::string::npos;
+    added |=
+        m.rfind("Vrf Id: 3 RouteStatusSm: add route 10.1.0.0/24 to RIB, preference: 1 ViaSet: ",
+                0) == 0 &&
+        m.find(", with 1 vias") != std::string::npos;
   }
   EXPECT_TRUE(added);
 }

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <set>
 #include <random>
+#include <set>
 
 #include "IpRib/ProtocolRouteStatus.h"
 #include "Kel/NestedReactors.h"
@@ -55,9 +55,9 @@ TEST_F(RouteStatusTest, PreferencesAndViaTypesIterateInAscendingOrder) {
   }
   std::vector<ViaTypeEnum> types;
   for (const auto& t : p->dedupViaKeyByViaType()) types.push_back(t->viaType().viaType());
-  EXPECT_EQ(types, (std::vector<ViaTypeEnum>{ViaTypeEnum::viaIntfNextHop,
-                                             ViaTypeEnum::viaNextHopOnly,
-                                             ViaTypeEnum::viaIntfOnly, ViaTypeEnum::viaDefault}));
+  EXPECT_EQ(types,
+            (std::vector<ViaTypeEnum>{ViaTypeEnum::viaIntfNextHop, ViaTypeEnum::viaNextHopOnly,
+                                      ViaTypeEnum::viaIntfOnly, ViaTypeEnum::viaDefault}));
 }
 
 TEST_F(RouteStatusTest, ConvenienceMutatorsCreateReplaceAndRemoveTheViaType) {
