@@ -6,21 +6,31 @@
 
 namespace Kel {
 
+Entity::Hub* Entity::Hub::make(uint32_t capacity) {
+  static_assert(sizeof(Hub) % alignof(NotifieeBase*) == 0);
+  Hub* hub = static_cast<Hub*>(::operator new(sizeof(Hub) + capacity * sizeof(NotifieeBase*)));
+  hub->size = 0;
+  hub->capacity = capacity;
+  hub->depth = 0;
+  hub->holes = false;
+  return hub;
+}
+
 void Entity::Hub::compact() {
-  list.erase(std::remove(list.begin(), list.end(), nullptr), list.end());
+  NotifieeBase** l = list();
+  size = uint32_t(std::remove(l, l + size, nullptr) - l);
   holes = false;
 }
 
 // Reactors hold their entity by Ptr, so none is bound any more here.
 Entity::~Entity() {
-  if (reactors_ & hubTag) delete hub();
+  if (reactors_ & hubTag) ::operator delete(hub());
 }
 
 size_t Entity::notifieeCount() const {
   if ((reactors_ & hubTag) == 0) return reactors_ != 0 ? 1 : 0;
-  const auto& list = hub()->list;
-  return size_t(
-      std::count_if(list.begin(), list.end(), [](NotifieeBase* r) { return r != nullptr; }));
+  NotifieeBase** l = hub()->list();
+  return size_t(std::count_if(l, l + hub()->size, [](NotifieeBase* r) { return r != nullptr; }));
 }
 
 void Entity::attach(NotifieeBase* r) const {
@@ -29,11 +39,22 @@ void Entity::attach(NotifieeBase* r) const {
     return;
   }
   if ((reactors_ & hubTag) == 0) {
-    Hub* hub = new Hub;
-    hub->list.push_back(reinterpret_cast<NotifieeBase*>(reactors_));
+    Hub* hub = Hub::make(2);
+    hub->list()[hub->size++] = reinterpret_cast<NotifieeBase*>(reactors_);
     reactors_ = reinterpret_cast<uintptr_t>(hub) | hubTag;
   }
-  hub()->list.push_back(r);
+  Hub* hub = this->hub();
+  if (hub->size == hub->capacity) {
+    Hub* bigger = Hub::make(hub->capacity * 2);
+    std::copy(hub->list(), hub->list() + hub->size, bigger->list());
+    bigger->size = hub->size;
+    bigger->depth = hub->depth;
+    bigger->holes = hub->holes;
+    ::operator delete(hub);
+    hub = bigger;
+    reactors_ = reinterpret_cast<uintptr_t>(hub) | hubTag;
+  }
+  hub->list()[hub->size++] = r;
 }
 
 void Entity::detach(NotifieeBase* r) const {
@@ -42,14 +63,15 @@ void Entity::detach(NotifieeBase* r) const {
     return;
   }
   Hub* hub = this->hub();
-  auto& list = hub->list;
-  auto it = std::find(list.begin(), list.end(), r);
-  if (it == list.end()) return;
+  NotifieeBase** l = hub->list();
+  NotifieeBase** it = std::find(l, l + hub->size, r);
+  if (it == l + hub->size) return;
   if (hub->depth > 0) {
     *it = nullptr;  // compacted when the outermost dispatch ends
     hub->holes = true;
   } else {
-    list.erase(it);
+    std::copy(it + 1, l + hub->size, it);
+    --hub->size;
   }
 }
 

@@ -18,7 +18,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <utility>
-#include <vector>
 
 #include "Kel/Ptr.h"
 
@@ -45,14 +44,15 @@ class Entity : public PtrInterface {
       NotifieeBase* r = reinterpret_cast<NotifieeBase*>(reactors_);
       if (isActive(r)) call(static_cast<N*>(r));
     } else {
-      Hub& hub = *this->hub();
-      ++hub.depth;
-      const size_t n = hub.list.size();
-      for (size_t i = 0; i < n; ++i) {
-        NotifieeBase* r = hub.list[i];
+      // A handler may bind reactors and so move the hub: re-read it each time.
+      ++hub()->depth;
+      const uint32_t n = hub()->size;
+      for (uint32_t i = 0; i < n; ++i) {
+        NotifieeBase* r = hub()->list()[i];
         if (r != nullptr && isActive(r)) call(static_cast<N*>(r));
       }
-      if (--hub.depth == 0 && hub.holes) hub.compact();
+      Hub* h = hub();
+      if (--h->depth == 0 && h->holes) h->compact();
     }
     if (counted) delRef();
   }
@@ -75,10 +75,14 @@ class Entity : public PtrInterface {
 
  private:
   friend class NotifieeBase;
+  // The reactors of an entity with more than one, in one allocation.
   struct Hub {
-    std::vector<NotifieeBase*> list;
-    uint32_t depth = 0;
-    bool holes = false;
+    uint32_t size;
+    uint32_t capacity;
+    uint32_t depth;
+    bool holes;
+    NotifieeBase** list() { return reinterpret_cast<NotifieeBase**>(this + 1); }
+    static Hub* make(uint32_t capacity);
     void compact();
   };
   static bool isActive(const NotifieeBase* r);

@@ -1,0 +1,527 @@
+#include "IpRib/ProtocolViaMetricStatusSm.h"
+
+#include "Kel/Assert.h"
+#include "Kel/System.h"
+#include "Kel/Trace.h"
+
+namespace Routing::Protocol {
+
+namespace {
+Kel::TraceFacility trace("IpRib::ViaMetricStatusSm");
+
+// Keeps the reactor of `key` while it watches `entity`, else makes one for
+// `entity` (replacing any). Returns whether a reactor was made.
+template <class K, class R, template <class> class C, class E, class Owner>
+bool reactorIs(Kel::NestedReactors<K, R, C>& reactors, const K& key, E* entity, Owner* owner) {
+  if (entity == nullptr) return false;
+  if (const R* r = reactors.find(key); r != nullptr && r->notifier() == entity) return false;
+  reactors.replace(Kel::makePtr<R>(owner, entity));
+  return true;
+}
+}  // namespace
+
+// ------------------------------------------------------------ via metric side
+
+class ViaMetricStatusSm::KelViaMetricStatusByVrf final
+    : public Rib::ViaMetricStatusByVrf::Notifiee {
+ public:
+  KelViaMetricStatusByVrf(ViaMetricStatusSm* sm, const Rib::ViaMetricStatusByVrf* byVrf) : sm_(sm) {
+    notifierIs(byVrf);
+  }
+  void onViaMetricStatusByTransport(Vrf::VrfIdMap::VrfId vrfId) override {
+    if (notifier()->viaMetricStatusByTransport(vrfId)) {
+      sm_->vmsByTransportIs(vrfId);
+    } else {
+      sm_->vmsByTransportDel(vrfId);
+    }
+  }
+
+ private:
+  ViaMetricStatusSm* sm_;
+};
+
+class ViaMetricStatusSm::KelVmsByTransport final
+    : public Rib::ViaMetricStatusByTransport::Notifiee {
+ public:
+  class KelVmsByProto;
+  KelVmsByTransport(ViaMetricStatusSm* sm, Rib::ViaMetricStatusByTransport* byTransport);
+  Vrf::VrfIdMap::VrfId key() const { return notifier()->vrfId(); }
+  ViaMetricStatusSm* sm() const { return sm_; }
+  void onViaMetricStatusByProtocol(uint8_t transport) override {
+    if (notifier()->viaMetricStatusByProtocol(transport)) {
+      vmsByProtoIs(transport);
+    } else {
+      vmsByProtoDel(transport);
+    }
+  }
+  void vmsByProtoIs(uint8_t transport);
+  void vmsByProtoDel(uint8_t transport) { vmsByProto_.erase(transport); }
+
+ private:
+  ViaMetricStatusSm* sm_;
+  Kel::NestedReactors<uint8_t, KelVmsByProto> vmsByProto_;
+};
+
+class ViaMetricStatusSm::KelVmsByTransport::KelVmsByProto final
+    : public Rib::ViaMetricStatusByProtocol::Notifiee {
+ public:
+  class KelVms;
+  KelVmsByProto(KelVmsByTransport* parent, Rib::ViaMetricStatusByProtocol* byProtocol);
+  uint8_t key() const { return notifier()->kind(); }
+  Rib::Transport transport() const { return Rib::Transport(key()); }
+  KelVmsByTransport* parent() const { return parent_; }
+  void onViaMetricStatus(uint32_t proto) override {
+    if (notifier()->viaMetricStatus(proto)) {
+      vmsIs(proto);
+    } else {
+      vmsDel(proto);
+    }
+  }
+  void vmsIs(uint32_t proto);
+  void vmsDel(uint32_t proto) { vms_.erase(proto); }
+
+ private:
+  KelVmsByTransport* parent_;
+  Kel::NestedReactors<uint32_t, KelVms> vms_;
+};
+
+class ViaMetricStatusSm::KelVmsByTransport::KelVmsByProto::KelVms final
+    : public Rib::ViaMetricStatus::Notifiee {
+ public:
+  KelVms(KelVmsByProto* parent, Rib::ViaMetricStatus* vms) : parent_(parent) {
+    notifierIs(vms);
+    handleInitialized();
+  }
+  uint32_t key() const { return notifier()->selector(); }
+  void onViaMetric(const Rib::ViaKey& viaKey) override { handleViaMetric(viaKey); }
+  // The RIB changed every via of the table at once.
+  void onGeneration() override { handleViaMetric(); }
+
+  void handleInitialized() {
+    KEL_TRACE(trace, 8,
+              "void Routing::Protocol::ViaMetricStatusSm::KelVmsByTransport::KelVmsByProto::"
+              "KelVms::handleInitialized()");
+    initialized_ = true;
+    handleViaMetric();
+  }
+  // The full sweep: every via key of the table.
+  void handleViaMetric() {
+    if (!initialized_) return;
+    for (const Rib::ViaMetricStatus::Entry& e : notifier()->viaMetric()) handleViaMetric(e.viaKey);
+  }
+  void handleViaMetric(const Rib::ViaKey& viaKey) {
+    KEL_TRACE(trace, 8,
+              "void Routing::Protocol::ViaMetricStatusSm::KelVmsByTransport::KelVmsByProto::"
+              "KelVms::handleViaMetric(const Routing::Rib::ViaKey&)"
+                  << " for " << viaKey << " in protocol " << key());
+    KelVmsByTransport* byTransport = parent_->parent();
+    byTransport->sm()->handleViaMetric(byTransport->key(), parent_->transport(), key(), viaKey);
+  }
+
+ private:
+  KelVmsByProto* parent_;
+  bool initialized_ = false;
+};
+
+ViaMetricStatusSm::KelVmsByTransport::KelVmsByTransport(
+    ViaMetricStatusSm* sm, Rib::ViaMetricStatusByTransport* byTransport)
+    : sm_(sm), vmsByProto_(this) {
+  notifierIs(byTransport);
+  for (const auto& byProtocol : byTransport->viaMetricStatusByProtocol()) {
+    vmsByProtoIs(byProtocol->kind());
+  }
+}
+
+void ViaMetricStatusSm::KelVmsByTransport::vmsByProtoIs(uint8_t transport) {
+  reactorIs(vmsByProto_, transport, notifier()->viaMetricStatusByProtocol(transport).ptr(), this);
+}
+
+ViaMetricStatusSm::KelVmsByTransport::KelVmsByProto::KelVmsByProto(
+    KelVmsByTransport* parent, Rib::ViaMetricStatusByProtocol* byProtocol)
+    : parent_(parent), vms_(this) {
+  notifierIs(byProtocol);
+  for (const auto& vms : byProtocol->viaMetricStatus()) vmsIs(vms->selector());
+}
+
+void ViaMetricStatusSm::KelVmsByTransport::KelVmsByProto::vmsIs(uint32_t proto) {
+  reactorIs(vms_, proto, notifier()->viaMetricStatus(proto).ptr(), this);
+}
+
+// ------------------------------------------------------------ route status side
+
+class ViaMetricStatusSm::KelRouteStatusDir final : public RouteStatusDir::Notifiee {
+ public:
+  KelRouteStatusDir(ViaMetricStatusSm* sm, RouteStatusDir* dir) : sm_(sm) { notifierIs(dir); }
+  void onStatus(const RouteStatusKey& key) override {
+    if (notifier()->status(key)) {
+      sm_->routeStatusIs(key);
+    } else {
+      sm_->routeStatusDel(key);
+    }
+  }
+
+ private:
+  ViaMetricStatusSm* sm_;
+};
+
+// The store makes routes and preferences empty: their via keys arrive
+// through the via type reactors, which file what a new via type holds.
+class ViaMetricStatusSm::KelRouteStatus final : public Status::Notifiee {
+ public:
+  class KelRoute;
+  using RouteReactors = Kel::NestedReactors<Pando::IpGenPrefix, KelRoute>;
+  KelRouteStatus(ViaMetricStatusSm* sm, Status* status);
+  const RouteStatusKey& key() const { return notifier()->key(); }
+  ViaMetricStatusSm* sm() const { return sm_; }
+  const RouteReactors& route() const { return route_; }
+  // Set once handleDel has withdrawn the whole status from the index.
+  bool indexWithdrawn() const { return indexWithdrawn_; }
+
+  void onRoute(const Pando::IpGenPrefix& prefix) override {
+    if (notifier()->route(prefix)) {
+      routeIs(prefix);
+    } else {
+      routeDel(prefix);
+    }
+  }
+  void routeIs(const Pando::IpGenPrefix& prefix);
+  void routeDel(const Pando::IpGenPrefix& prefix) { route_.erase(prefix); }
+  void handleDel() override {
+    KEL_TRACE(trace, 8, "void Routing::Protocol::ViaMetricStatusSm::KelRouteStatus::handleDel()");
+    sm_->handleRouteStatus(key(), true);
+    // The framework's cascade runs the routes' and preferences' handleDel
+    // next: they must not withdraw the same elements again.
+    indexWithdrawn_ = true;
+  }
+
+ private:
+  ViaMetricStatusSm* sm_;
+  RouteReactors route_;
+  bool indexWithdrawn_ = false;
+};
+
+class ViaMetricStatusSm::KelRouteStatus::KelRoute final : public Route::Notifiee {
+ public:
+  class KelRoutePref;
+  using RoutePrefReactors = Kel::NestedReactors<RoutePreference, KelRoutePref, Kel::FlatMap>;
+  KelRoute(KelRouteStatus* parent, Route* route);
+  const Pando::IpGenPrefix& key() const { return notifier()->prefix(); }
+  KelRouteStatus* parent() const { return parent_; }
+  const RoutePrefReactors& routePref() const { return routePref_; }
+
+  void onRoutePref(const RoutePreference& pref) override {
+    if (notifier()->routePref(pref)) {
+      routePrefIs(pref);
+    } else {
+      routePrefDel(pref);
+    }
+  }
+  void routePrefIs(RoutePreference pref);
+  void routePrefDel(RoutePreference pref) { routePref_.erase(pref); }
+  // Each preference's handleDel follows in the framework's cascade and
+  // withdraws that preference's elements.
+  void handleDel() override {
+    KEL_TRACE(trace, 8,
+              "void Routing::Protocol::ViaMetricStatusSm::KelRouteStatus::KelRoute::handleDel()");
+  }
+
+ private:
+  KelRouteStatus* parent_;
+  RoutePrefReactors routePref_;
+};
+
+class ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref final : public RoutePref::Notifiee {
+ public:
+  class KelDedupViaKeyByViaType;
+  using ViaTypeReactors = Kel::NestedReactors<ViaType, KelDedupViaKeyByViaType, Kel::FlatMap>;
+  KelRoutePref(KelRoute* parent, RoutePref* routePref);
+  RoutePreference key() const { return notifier()->preference(); }
+  const ViaTypeReactors& dedupViaKeyByViaType() const { return dedupViaKeyByViaType_; }
+
+  void onDedupViaKeyByViaType(const ViaType& viaType) override {
+    if (notifier()->dedupViaKeyByViaType(viaType)) {
+      dedupViaKeyByViaTypeIs(viaType);
+    } else {
+      dedupViaKeyByViaTypeDel(viaType);
+    }
+  }
+  void dedupViaKeyByViaTypeIs(const ViaType& viaType);
+  // The via keys of the type that went are looked at again: another via
+  // type may still list them.
+  void dedupViaKeyByViaTypeDel(const ViaType& viaType);
+  void handleViaKey(const Rib::ViaKey& viaKey) {
+    KEL_TRACE(trace, 8,
+              "void Routing::Protocol::ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::"
+              "handleViaKey(const Routing::Rib::ViaKey&)"
+                  << " for " << viaKey);
+    KelRouteStatus* status = parent_->parent();
+    status->sm()->handleRouteViaKey(status->notifier(), parent_->notifier(), notifier(), viaKey,
+                                    false, false);
+  }
+  void handleDel() override;
+
+ private:
+  KelRoute* parent_;
+  ViaTypeReactors dedupViaKeyByViaType_;
+};
+
+class ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::KelDedupViaKeyByViaType final
+    : public DedupViaKeyByViaType::Notifiee {
+ public:
+  KelDedupViaKeyByViaType(KelRoutePref* parent, DedupViaKeyByViaType* byType) : parent_(parent) {
+    notifierIs(byType);
+  }
+  ViaType key() const { return notifier()->viaType(); }
+  void onDedupViaKey(const Rib::ViaKey& viaKey) override { parent_->handleViaKey(viaKey); }
+
+ private:
+  KelRoutePref* parent_;
+};
+
+ViaMetricStatusSm::KelRouteStatus::KelRouteStatus(ViaMetricStatusSm* sm, Status* status)
+    : sm_(sm), route_(this) {
+  notifierIs(status);
+  for (const Kel::Ptr<Route>& route : status->route()) {
+    route_.insert(Kel::makePtr<KelRoute>(this, route.ptr()));
+  }
+}
+
+void ViaMetricStatusSm::KelRouteStatus::routeIs(const Pando::IpGenPrefix& prefix) {
+  reactorIs(route_, prefix, notifier()->route(prefix).ptr(), this);
+}
+
+ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoute(KelRouteStatus* parent, Route* route)
+    : parent_(parent), routePref_(this) {
+  notifierIs(route);
+  for (const Kel::Ptr<RoutePref>& pref : route->routePref()) {
+    routePref_.insert(Kel::makePtr<KelRoutePref>(this, pref.ptr()));
+  }
+}
+
+void ViaMetricStatusSm::KelRouteStatus::KelRoute::routePrefIs(RoutePreference pref) {
+  reactorIs(routePref_, pref, notifier()->routePref(pref).ptr(), this);
+}
+
+ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::KelRoutePref(KelRoute* parent,
+                                                                        RoutePref* routePref)
+    : parent_(parent), dedupViaKeyByViaType_(this) {
+  notifierIs(routePref);
+  for (const Kel::Ptr<DedupViaKeyByViaType>& byType : routePref->dedupViaKeyByViaType()) {
+    dedupViaKeyByViaType_.insert(Kel::makePtr<KelDedupViaKeyByViaType>(this, byType.ptr()));
+  }
+}
+
+void ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::dedupViaKeyByViaTypeIs(
+    const ViaType& viaType) {
+  const Kel::Ptr<DedupViaKeyByViaType> byType = notifier()->dedupViaKeyByViaType(viaType);
+  if (!reactorIs(dedupViaKeyByViaType_, viaType, byType.ptr(), this)) return;
+  for (const Kel::Ptr<DedupViaKeyMetric>& via : byType->dedupViaKey()) handleViaKey(via->viaKey());
+}
+
+void ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::dedupViaKeyByViaTypeDel(
+    const ViaType& viaType) {
+  const KelDedupViaKeyByViaType* reactor = dedupViaKeyByViaType_.find(viaType);
+  if (reactor == nullptr) return;
+  const Kel::Ptr<DedupViaKeyByViaType> gone(reactor->notifier());
+  dedupViaKeyByViaType_.erase(viaType);
+  for (const Kel::Ptr<DedupViaKeyMetric>& via : gone->dedupViaKey()) handleViaKey(via->viaKey());
+}
+
+void ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::handleDel() {
+  KEL_TRACE(trace, 8,
+            "void Routing::Protocol::ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::"
+            "handleDel()");
+  KelRouteStatus* status = parent_->parent();
+  if (status->indexWithdrawn()) return;
+  const Kel::Ptr<Status> rs(status->notifier());
+  const Kel::Ptr<Route> route(parent_->notifier());
+  const Kel::Ptr<RoutePref> routePref(notifier());
+  for (const Kel::Ptr<KelDedupViaKeyByViaType>& byType : dedupViaKeyByViaType_) {
+    for (const Kel::Ptr<DedupViaKeyMetric>& via : byType->notifier()->dedupViaKey()) {
+      status->sm()->handleRouteViaKey(rs, route, routePref, via->viaKey(), true, true);
+    }
+  }
+}
+
+// ------------------------------------------------------------ construction
+
+ViaMetricStatusSm::ViaMetricStatusSm(
+    const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
+    const Kel::Ptr<RouteStatusDir>& routeStatusDir)
+    : viaMetricStatusByVrf_(viaMetricStatusByVrf),
+      routeStatusDir_(routeStatusDir),
+      kelViaMetricStatusByVrf_(this),
+      vmsByTransport_(this),
+      kelRouteStatusDir_(this),
+      routeStatus_(this) {
+  KEL_ASSERT(viaMetricStatusByVrf_ && routeStatusDir_);
+  // The via metric side first: its sweeps then find an empty index and stamp
+  // nothing that filing the routes does not stamp anyway.
+  kelViaMetricStatusByVrf_.reactorIs(
+      Kel::makePtr<KelViaMetricStatusByVrf>(this, viaMetricStatusByVrf_.ptr()));
+  for (const auto& byTransport : viaMetricStatusByVrf_->viaMetricStatusByTransport()) {
+    vmsByTransportIs(byTransport->vrfId());
+  }
+  kelRouteStatusDir_.reactorIs(Kel::makePtr<KelRouteStatusDir>(this, routeStatusDir_.ptr()));
+  for (const Kel::Ptr<Status>& status : routeStatusDir_->status()) {
+    routeStatus_.insert(Kel::makePtr<KelRouteStatus>(this, status.ptr()));
+  }
+  handleInitialized();
+}
+
+ViaMetricStatusSm::~ViaMetricStatusSm() = default;
+
+Kel::Ptr<ViaMetricStatusSm> ViaMetricStatusSm::ViaMetricStatusSmIs(
+    const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
+    const Kel::Ptr<RouteStatusDir>& routeStatusDir) {
+  return Kel::makePtr<ViaMetricStatusSm>(viaMetricStatusByVrf, routeStatusDir);
+}
+
+Kel::Ptr<ViaMetricStatusSm> viaMetricStatusSmFactory(
+    const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
+    const Kel::Ptr<RouteStatusDir>& routeStatusDir) {
+  return ViaMetricStatusSm::ViaMetricStatusSmIs(viaMetricStatusByVrf, routeStatusDir);
+}
+
+void ViaMetricStatusSm::vmsByTransportIs(Vrf::VrfIdMap::VrfId vrfId) {
+  reactorIs(vmsByTransport_, vrfId, viaMetricStatusByVrf_->viaMetricStatusByTransport(vrfId).ptr(),
+            this);
+}
+
+void ViaMetricStatusSm::vmsByTransportDel(Vrf::VrfIdMap::VrfId vrfId) {
+  vmsByTransport_.erase(vrfId);
+}
+
+void ViaMetricStatusSm::routeStatusIs(const RouteStatusKey& key) {
+  if (reactorIs(routeStatus_, key, routeStatusDir_->status(key).ptr(), this)) {
+    handleRouteStatus(key, false);
+  }
+}
+
+void ViaMetricStatusSm::routeStatusDel(const RouteStatusKey& key) {
+  routeStatus_.erase(key);
+  handleRouteStatus(key, false);
+}
+
+// ------------------------------------------------------------ the index
+
+Kel::Ptr<RouteByViaKey> ViaMetricStatusSm::routeByViaKey(const Rib::ViaKey& viaKey) const {
+  const auto* e = routeByViaKey_.find(viaKey);
+  return e ? *e : nullptr;
+}
+
+Kel::Ptr<RouteByViaKey> ViaMetricStatusSm::routeByViaKeyIs(const Rib::ViaKey& viaKey) {
+  if (const auto* e = routeByViaKey_.find(viaKey)) return *e;
+  return *routeByViaKey_.insert(Kel::makePtr<RouteByViaKey>(viaKey)).first;
+}
+
+void ViaMetricStatusSm::routeByViaKeyDel(const Rib::ViaKey& viaKey) {
+  routeByViaKey_.erase(viaKey);
+}
+
+void ViaMetricStatusSm::routeByViaKeyDelAll() { routeByViaKey_.clear(); }
+
+// ------------------------------------------------------------ handlers
+
+void ViaMetricStatusSm::handleInitialized() {
+  KEL_TRACE(trace, 8, "void Routing::Protocol::ViaMetricStatusSm::handleInitialized()");
+  initialized_ = true;
+  for (const Kel::Ptr<Status>& status : routeStatusDir_->status()) {
+    const RouteStatusKey key = status->key();
+    KEL_TRACE(trace, 9, "handleInitialized key is " << key);
+    handleRouteStatus(key, false);
+  }
+}
+
+void ViaMetricStatusSm::handleRouteStatus(const RouteStatusKey& key, bool forceDel) {
+  KEL_TRACE(trace, 8,
+            "void Routing::Protocol::ViaMetricStatusSm::handleRouteStatus(const "
+            "Routing::Protocol::RouteStatusKey&, bool)"
+                << " for " << key << " forceDel is " << (forceDel ? "true" : "false"));
+  const KelRouteStatus* kelRouteStatus = routeStatus_.find(key);
+  if (kelRouteStatus == nullptr) {
+    KEL_TRACE(trace, 9, "handleRouteStatus no routeStatus");
+    return;
+  }
+  const Kel::Ptr<Status> rs(kelRouteStatus->notifier());
+  for (const auto& kelRoute : kelRouteStatus->route()) {
+    const Kel::Ptr<Route> route = rs->route(kelRoute->key());
+    KEL_ASSERT(route);
+    for (const auto& kelRoutePref : kelRoute->routePref()) {
+      const Kel::Ptr<RoutePref> routePref = route->routePref(kelRoutePref->key());
+      KEL_ASSERT(routePref);
+      for (const auto& kelByType : kelRoutePref->dedupViaKeyByViaType()) {
+        const Kel::Ptr<DedupViaKeyByViaType> dedupViaKeyByViaType =
+            routePref->dedupViaKeyByViaType(kelByType->key());
+        KEL_ASSERT(dedupViaKeyByViaType);
+        for (const Kel::Ptr<DedupViaKeyMetric>& via : dedupViaKeyByViaType->dedupViaKey()) {
+          handleRouteViaKey(rs, route, routePref, via->viaKey(), forceDel, true);
+        }
+      }
+    }
+  }
+}
+
+void ViaMetricStatusSm::handleRouteViaKey(const Kel::Ptr<Status>& rs, const Kel::Ptr<Route>& route,
+                                          const Kel::Ptr<RoutePref>& routePref,
+                                          const Rib::ViaKey& viaKey, bool forceDel,
+                                          bool viaKeyExists) {
+  KEL_ASSERT(rs && route && routePref);
+  KEL_TRACE(trace, 8,
+            "void Routing::Protocol::ViaMetricStatusSm::handleRouteViaKey(const Ptr&, const Ptr&, "
+            "const Ptr&, const Routing::Rib::ViaKey&, bool, bool)"
+                << " rsk: " << rs->key().str() << " prefix: " << route->prefix() << " pref "
+                << unsigned(routePref->preference()) << " viaKey: " << viaKey);
+  const PrefixPrefVrfId e(route->prefix(), routePref->preference(), rs->key().vrfId());
+  Kel::Ptr<RouteByViaKey> rbvk = routeByViaKey(viaKey);
+  if (!viaKeyExists) {
+    for (const Kel::Ptr<DedupViaKeyByViaType>& byType : routePref->dedupViaKeyByViaType()) {
+      if (byType->dedupViaKey().find(viaKey) != nullptr) {
+        viaKeyExists = true;
+        break;
+      }
+    }
+  }
+  if (!forceDel && viaKeyExists) {
+    if (!rbvk) {
+      rbvk = routeByViaKeyIs(viaKey);
+      KEL_ASSERT(rbvk);
+    }
+    const uint32_t before = rbvk->routeSize();
+    rbvk->routeIs(e);
+    if (rbvk->routeSize() != before) route->routeChangedAtIs(Kel::System::currentTime());
+    return;
+  }
+  if (!rbvk) return;
+  rbvk->routeDel(e);
+  if (rbvk->routeSize() == 0) routeByViaKeyDel(viaKey);
+}
+
+void ViaMetricStatusSm::handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transport transport,
+                                        uint32_t proto, const Rib::ViaKey& viaKey) {
+  KEL_TRACE(trace, 8,
+            "void Routing::Protocol::ViaMetricStatusSm::handleViaMetric(Vrf::VrfIdMap::VrfId, "
+            "Routing::Rib::Transport, Routing::RoutingProtocol, const Routing::Rib::ViaKey&)"
+                << " vrf: " << vrfId << " transport: " << unsigned(transport) << " proto: " << proto
+                << " key: " << viaKey);
+  const Kel::Ptr<RouteByViaKey> rbvk = routeByViaKey(viaKey);
+  if (!rbvk) return;
+  for (const PrefixPrefVrfId& e : rbvk->route()) {
+    KEL_TRACE(trace, 9, "handleViaMetric looking at " << e.str());
+    const RouteStatusKey rsk(e.vrfId(), e.prefix().af());
+    const Kel::Ptr<Status> status = routeStatusDir_->status(rsk);
+    if (!status) {
+      KEL_TRACE(trace, 9, "handleViaMetric no status for this route");
+      continue;
+    }
+    const Kel::Ptr<Route> route = status->route(e.prefix());
+    if (!route) {
+      KEL_TRACE(trace, 9, "handleViaMetric no route from " << rsk);
+      continue;
+    }
+    KEL_TRACE(trace, 9, "handleViaMetric setting route changed on " << e.str());
+    route->routeChangedAtIs(Kel::System::currentTime());
+  }
+}
+
+}  // namespace Routing::Protocol

@@ -1,0 +1,120 @@
+// ViaMetricStatusSm: maps via metric changes back to the protocol routes that
+// use the via, for all VRFs of one protocol.
+//
+// It keeps `routeByViaKey`, an index from via key to the route preferences
+// (PrefixPrefVrfId) whose via types list that key, exact at every quiet
+// moment: an entry exists exactly while its set is non-empty, and a via key
+// under two via types of one preference gives one element. When the RIB
+// changes a via's metric (any VRF, transport or protocol: the look-up is by
+// via key alone; a table's generation bump counts as a change of each of its
+// vias) every route found through the index gets routeChangedAt =
+// Kel::System::currentTime(); so does a route when one of its preferences
+// first lists a via key. Removals stamp nothing. Nothing else is written. A
+// stamp equal to the route's present value (a clock that has not moved since)
+// notifies nobody.
+//
+// Two reactor trees mirror the inputs: the RIB's via metrics (by VRF, then
+// transport, then protocol selector) and the route status directory (status,
+// route, preference, via type). The route side is one small reactor per
+// route, preference and via type: a back pointer and the nested collection.
+//
+// Costs: a via key change under a preference is O(via types) plus one index
+// update; a metric change is O(routes using the via), two hash look-ups and
+// a stamp each, in one go (not paced). Removing a route, preference or
+// status withdraws each of its index elements exactly once.
+//
+// One thread. Stamping notifies route computation synchronously; it must not
+// change the protocol route status while a metric change is being handed
+// out (route computation only writes the RIB).
+#pragma once
+
+#include <cstdint>
+
+#include "IpRib/ProtocolContainerKey.h"
+#include "IpRib/ProtocolRouteStatus.h"
+#include "Kel/Collections.h"
+#include "Kel/Entity.h"
+#include "Kel/NestedReactors.h"
+#include "Kel/Ptr.h"
+#include "platform/Routing/Rib/Transport.h"
+#include "platform/Routing/Rib/ViaKey.h"
+#include "platform/Routing/Rib/ViaMetricStatus.h"
+#include "platform/Vrf/VrfId.h"
+
+namespace Routing::Protocol {
+
+class ViaMetricStatusSm final : public Kel::NotifieeBase {
+ public:
+  using RouteByViaKeyMap = Kel::HashedPtrMap<Rib::ViaKey, RouteByViaKey, &RouteByViaKey::viaKey>;
+
+  class KelViaMetricStatusByVrf;
+  class KelVmsByTransport;
+  class KelRouteStatusDir;
+  class KelRouteStatus;
+
+  // Builds both reactor trees (each via metric table sweeps itself once),
+  // then handleInitialized fills the index from every status present.
+  ViaMetricStatusSm(const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
+                    const Kel::Ptr<RouteStatusDir>& routeStatusDir);
+  ~ViaMetricStatusSm() override;
+  static Kel::Ptr<ViaMetricStatusSm> ViaMetricStatusSmIs(
+      const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
+      const Kel::Ptr<RouteStatusDir>& routeStatusDir);
+
+  const char* typeName() const { return "Routing::Protocol::ViaMetricStatusSm"; }
+  const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf() const {
+    return viaMetricStatusByVrf_;
+  }
+  const Kel::Ptr<RouteStatusDir>& routeStatusDir() const { return routeStatusDir_; }
+  bool initialized() const { return initialized_; }
+
+  // ------------------------------------------------------------ the index
+  const RouteByViaKeyMap& routeByViaKey() const { return routeByViaKey_; }
+  // Null when no route preference uses `viaKey`.
+  Kel::Ptr<RouteByViaKey> routeByViaKey(const Rib::ViaKey& viaKey) const;
+  uint32_t routeByViaKeySize() const { return routeByViaKey_.size(); }
+  // Returns the entry for `viaKey`, creating an empty one when absent.
+  Kel::Ptr<RouteByViaKey> routeByViaKeyIs(const Rib::ViaKey& viaKey);
+  void routeByViaKeyDel(const Rib::ViaKey& viaKey);
+  void routeByViaKeyDelAll();
+
+  // ------------------------------------------------------------ handlers
+  void handleInitialized();
+  // Files (forceDel false) or withdraws (true) every via key that the
+  // reactors of status `key` track; nothing when there is no such reactor.
+  void handleRouteStatus(const RouteStatusKey& key, bool forceDel);
+  // Files or withdraws routePref's element under `viaKey`. With
+  // viaKeyExists false, whether routePref still lists the key is looked up.
+  void handleRouteViaKey(const Kel::Ptr<Status>& rs, const Kel::Ptr<Route>& route,
+                         const Kel::Ptr<RoutePref>& routePref, const Rib::ViaKey& viaKey,
+                         bool forceDel, bool viaKeyExists);
+  // Stamps every route that uses `viaKey`; the other arguments name the
+  // table the change came from and serve the trace only.
+  void handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transport transport, uint32_t proto,
+                       const Rib::ViaKey& viaKey);
+
+  // ------------------------------------------------------------ nested reactors
+  // Keep the reactor of an element whose entity is unchanged, else replace it.
+  void vmsByTransportIs(Vrf::VrfIdMap::VrfId vrfId);
+  void vmsByTransportDel(Vrf::VrfIdMap::VrfId vrfId);
+  // A new or replaced status reactor then files the status's via keys.
+  void routeStatusIs(const RouteStatusKey& key);
+  void routeStatusDel(const RouteStatusKey& key);
+
+ private:
+  Kel::Ptr<const Rib::ViaMetricStatusByVrf> viaMetricStatusByVrf_;
+  Kel::Ptr<RouteStatusDir> routeStatusDir_;
+  RouteByViaKeyMap routeByViaKey_;
+  bool initialized_ = false;
+
+  Kel::NestedReactor<KelViaMetricStatusByVrf> kelViaMetricStatusByVrf_;
+  Kel::NestedReactors<Vrf::VrfIdMap::VrfId, KelVmsByTransport> vmsByTransport_;
+  Kel::NestedReactor<KelRouteStatusDir> kelRouteStatusDir_;
+  Kel::NestedReactors<RouteStatusKey, KelRouteStatus> routeStatus_;
+};
+
+Kel::Ptr<ViaMetricStatusSm> viaMetricStatusSmFactory(
+    const Kel::Ptr<const Rib::ViaMetricStatusByVrf>& viaMetricStatusByVrf,
+    const Kel::Ptr<RouteStatusDir>& routeStatusDir);
+
+}  // namespace Routing::Protocol
