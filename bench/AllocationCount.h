@@ -14,6 +14,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <new>
@@ -151,12 +152,14 @@ inline constexpr size_t plainAlign = alignof(std::max_align_t);
 // What the recorded blocks hold now.
 inline Bytes live() { return detail::live; }
 
+using BlockCounts = std::map<size_t, int64_t>;
+
 // The recorded live blocks by requested size: size to count. Made with
 // recording off, so it is not recorded itself.
-inline std::map<size_t, int64_t> liveBlocksBySize() {
+inline BlockCounts liveBlocksBySize() {
   const bool was = detail::counting;
   detail::counting = false;
-  std::map<size_t, int64_t> bySize;
+  BlockCounts bySize;
   detail::sizes.forEach([&](void*, size_t n) { ++bySize[n]; });
   detail::counting = was;
   return bySize;
@@ -177,6 +180,21 @@ inline int64_t chunkFor(size_t n) {
   const int64_t c = detail::reservedFor(p);
   std::free(p);
   return c;
+}
+
+// Prints to stderr the live blocks made between two snapshots, by requested
+// size, divided by `per` (the routes, say).
+inline void printBlocks(const char* phase, const BlockCounts& before, const BlockCounts& after,
+                        double per) {
+  std::fprintf(stderr, "%s, per route:\n%10s %10s %10s %10s\n", phase, "block B", "blocks",
+               "requested", "reserved");
+  for (const auto& [size, n] : after) {
+    const auto b = before.find(size);
+    const double blocks = double(n - (b != before.end() ? b->second : 0)) / per;
+    if (blocks * double(size) < 0.5) continue;
+    std::fprintf(stderr, "%10zu %10.3f %10.1f %10.1f\n", size, blocks, blocks * double(size),
+                 blocks * double(chunkFor(size)));
+  }
 }
 
 }  // namespace Bench

@@ -42,7 +42,7 @@
 #include "Kel/Trace.h"
 #include "bench/AllocationCount.h"
 #include "bench/BenchData.h"
-#include "platform/Flipset/Flipset.h"
+#include "bench/RouteStatusBenchWorld.h"
 
 namespace {
 
@@ -50,25 +50,12 @@ using Kel::Ptr;
 using Pando::IpGenPrefix;
 namespace Protocol = Routing::Protocol;
 namespace Rib = Routing::Rib;
+using namespace Bench;  // the shared world and its parameters
 
-constexpr Vrf::VrfIdMap::VrfId vrfId = 3;
-constexpr uint32_t selector = 2;
-size_t routesFromEnvironment() {
-  const char* text = std::getenv("RSM_BENCH_ROUTES");
-  return text != nullptr ? size_t(std::strtoul(text, nullptr, 10)) : 1'000'000;
-}
-const size_t routeCount = routesFromEnvironment();
+const size_t routeCount = Bench::routesFromEnvironment("RSM_BENCH_ROUTES");
 constexpr uint32_t viaCount = 256;
-constexpr Routing::RoutePreference preference = 20;
 constexpr Routing::RouteMetric metric = 10;
-const Protocol::ViaType viaType(Protocol::ViaTypeEnum::viaIntfNextHop);
 
-using Clock = std::chrono::steady_clock;
-double seconds(Clock::time_point from, Clock::time_point to) {
-  return std::chrono::duration<double>(to - from).count();
-}
-
-Rib::ViaKey via(uint32_t i) { return Rib::ViaKey(Rib::ViaKey::kindIpv4, vrfId, selector, i); }
 // The vias' next hops lie in 192.168.0.0/24, which no route prefix overlaps:
 // no via resolves back through its own route.
 const IpGenPrefix nextHopNet = IpGenPrefix::fromV4(0xc0a80000u, 24);
@@ -83,10 +70,7 @@ struct Data {
 const Data& data() {
   static const Data d = [] {
     Data d;
-    for (const IpGenPrefix& p : Bench::distinctPrefixes(routeCount + 100, 1)) {
-      if (d.prefixes.size() == routeCount) break;
-      if (!p.contains(nextHopNet) && !nextHopNet.contains(p)) d.prefixes.push_back(p);
-    }
+    d.prefixes = routePrefixes(routeCount, routeCount + 100, nextHopNet);
     std::mt19937_64 rng(4);
     d.vias.reserve(routeCount);
     for (size_t i = 0; i < routeCount; ++i) {
@@ -94,34 +78,22 @@ const Data& data() {
       const uint32_t b = (a + 1 + uint32_t(rng() % (viaCount - 1))) % viaCount;
       d.vias.emplace_back(a, b);
     }
-    d.order.resize(routeCount);
-    for (uint32_t i = 0; i < routeCount; ++i) d.order[i] = i;
-    Bench::shuffle(d.order, 5);
+    d.order = shuffledOrder(routeCount);
     return d;
   }();
   return d;
 }
 
-// One VRF's inputs and outputs as the agent wires them; RouteStatusSm is
-// attached on demand.
-struct World {
+// One VRF's inputs and outputs as the agent wires them, with a pool of
+// resolved vias; RouteStatusSm is attached on demand.
+struct World : Bench::RouteStatusWorld {
   World() {
-    Flipset::toggleStateIs("StaticRouteMetric", true);
-    ipMetrics = metricTree->viaMetricStatusIs(via(0));
     pool.reserve(viaCount);
     for (uint32_t i = 0; i < viaCount; ++i) {
-      viaConfig->viaIs(via(i), Rib::Via(nextHop(i), Pando::IntfId("Ethernet" + std::to_string(i))));
-      graph->viaNextHopIs(via(i), nextHop(i));
+      viaRecordIs(i, nextHop(i));
       ipMetrics->viaMetricIs(via(i), Rib::ViaMetric(Rib::MetricPref(1, 1)));
       pool.push_back(viaKeys->dedupViaKeyIs(via(i)));
     }
-  }
-
-  void attach() {
-    sm = Protocol::routeStatusSmFactory(
-        L3::VrfName("red"), Pando::AddressFamily::ipv4, vrfId, status, ipMetrics, evpnMetrics,
-        looping, graph, ribConfig, viaSets, 2, v4DefaultMetrics, v6DefaultMetrics, ready, bfdList,
-        viaConfig, auxViaConfig, metricTree, Kel::String("rib"), viaStatus);
   }
 
   // What a protocol writes for each route: the route, one preference, two
@@ -147,27 +119,7 @@ struct World {
     Kel::ActivityManager::instance().runUntilQuiet();
   }
 
-  Ptr<Rib::DedupViaKeyTable> viaKeys = Kel::makePtr<Rib::DedupViaKeyTable>();
   std::vector<Ptr<const Rib::DedupViaKey>> pool;
-  Ptr<Protocol::Status> status =
-      Protocol::statusFactory(Protocol::RouteStatusKey(vrfId, Pando::AddressFamily::ipv4));
-  Ptr<Rib::ViaMetricStatusByVrf> metricTree = Kel::makePtr<Rib::ViaMetricStatusByVrf>();
-  Ptr<Rib::ViaMetricStatus> ipMetrics;
-  Ptr<Rib::ViaMetricStatus> evpnMetrics = Kel::makePtr<Rib::ViaMetricStatus>();
-  Ptr<Rib::ViaMetricStatus> v4DefaultMetrics = Kel::makePtr<Rib::ViaMetricStatus>();
-  Ptr<Rib::ViaMetricStatus> v6DefaultMetrics = Kel::makePtr<Rib::ViaMetricStatus>();
-  Ptr<Rib::LoopingRouteStatus> looping = Kel::makePtr<Rib::LoopingRouteStatus>();
-  Ptr<Rib::Ip::GlobalNextHopDependencyGraph> graph =
-      Kel::makePtr<Rib::Ip::GlobalNextHopDependencyGraph>();
-  Ptr<Rib::RouteConfig> ribConfig = Kel::makePtr<Rib::RouteConfig>();
-  Ptr<Rib::ViaSetConfig> viaSets = Kel::makePtr<Rib::ViaSetConfig>();
-  Ptr<Protocol::VrfReadyStatus> ready = Protocol::vrfReadyStatusFactory(L3::VrfName("red"));
-  Ptr<Routing::BfdTrackedStaticRoutesList> bfdList =
-      Kel::makePtr<Routing::BfdTrackedStaticRoutesList>();
-  Ptr<Rib::Ip::ViaConfig> viaConfig = Kel::makePtr<Rib::Ip::ViaConfig>();
-  Ptr<Rib::Ip::ViaConfig> auxViaConfig = Kel::makePtr<Rib::Ip::ViaConfig>();
-  Ptr<Rib::ViaStatusByVrf> viaStatus = Kel::makePtr<Rib::ViaStatusByVrf>();
-  Ptr<Protocol::RouteStatusSm> sm;  // last, so that it goes first
 };
 
 // A loaded and reviewed table, shared by the benchmarks that change little.
@@ -180,7 +132,7 @@ World& loaded() {
   std::unique_ptr<World>& w = loadedSlot();
   if (!w) {
     w = std::make_unique<World>();
-    w->attach();
+    w->attachRsm();
     w->writeRoutes();
     w->initialize();
   }
@@ -195,7 +147,7 @@ void BM_InitialLoad(benchmark::State& state) {
   double elapsed = 0;
   for (auto _ : state) {
     auto w = std::make_unique<World>();
-    if (withSm) w->attach();
+    if (withSm) w->attachRsm();
     const Clock::time_point start = Clock::now();
     w->writeRoutes();
     elapsed = seconds(start, Clock::now());
@@ -224,7 +176,7 @@ void BM_FullReview(benchmark::State& state) {
   double elapsed = 0, longest = 0;
   uint64_t slices = 0;
   for (auto _ : state) {
-    const uint64_t slicesBefore = w.sm->reviewSlices();
+    const uint64_t slicesBefore = w.rsm->reviewSlices();
     longest = 0;
     const Clock::time_point start = Clock::now();
     Clock::time_point end = start;
@@ -237,13 +189,13 @@ void BM_FullReview(benchmark::State& state) {
     }
     elapsed = seconds(start, end);
     state.SetIterationTime(elapsed);
-    slices = w.sm->reviewSlices() - slicesBefore;
+    slices = w.rsm->reviewSlices() - slicesBefore;
     if (!w.ready->v4RouteReviewComplete()) state.SkipWithError("the review did not complete");
   }
   state.counters["routes_per_s"] = double(routeCount) / elapsed;
   state.counters["slices"] = double(slices);
   state.counters["longest_slice_ms"] = longest * 1e3;
-  state.counters["quantum_ms"] = w.sm->reviewQuantum() * 1e3;
+  state.counters["quantum_ms"] = w.rsm->reviewQuantum() * 1e3;
 }
 BENCHMARK(BM_FullReview)
     ->Iterations(1)
@@ -333,7 +285,7 @@ void BM_HandleRoute(benchmark::State& state) {
   const uint64_t recordsBefore = facility.ringlog().written();
   size_t next = 0;
   for (auto _ : state) {
-    w.sm->handleRoute(d.prefixes[d.order[next]]);
+    w.rsm->handleRoute(d.prefixes[d.order[next]]);
     if (++next == count) next = 0;
   }
   const double evaluations = double(state.iterations());
@@ -363,9 +315,9 @@ void BM_AttachToLoaded(benchmark::State& state) {
     World w;
     w.writeRoutes(count);
     const Clock::time_point start = Clock::now();
-    w.attach();
+    w.attachRsm();
     const Clock::time_point attached = Clock::now();
-    w.sm = nullptr;
+    w.rsm = nullptr;
     const Clock::time_point end = Clock::now();
     attach = seconds(start, attached);
     detach = seconds(attached, end);
@@ -385,21 +337,6 @@ BENCHMARK(BM_AttachToLoaded)
 
 // ------------------------------------------------------------ memory
 
-using BlockCounts = std::map<size_t, int64_t>;
-
-// The live blocks made between two snapshots, by requested size, per route.
-void printBlocks(const char* phase, const BlockCounts& before, const BlockCounts& after) {
-  std::fprintf(stderr, "%s, per route:\n%10s %10s %10s %10s\n", phase, "block B", "blocks",
-               "requested", "reserved");
-  for (const auto& [size, n] : after) {
-    const auto b = before.find(size);
-    const double blocks = double(n - (b != before.end() ? b->second : 0)) / routeCount;
-    if (blocks * size < 0.5) continue;
-    std::fprintf(stderr, "%10zu %10.3f %10.1f %10.1f\n", size, blocks, blocks * size,
-                 blocks * Bench::chunkFor(size));
-  }
-}
-
 // Counts what the routes hold, phase by phase: the protocol writes a status
 // store alone; then again with RouteStatusSm attached, the routes not yet
 // ready (the reactors are the difference); then marking them ready writes
@@ -407,7 +344,7 @@ void printBlocks(const char* phase, const BlockCounts& before, const BlockCounts
 void BM_Memory(benchmark::State& state) {
   loadedSlot().reset();  // last of the file: make room
   data();
-  World().attach();  // one-time allocations (the toggle cache, say) are not the routes'
+  World().attachRsm();  // one-time allocations (the toggle cache, say) are not the routes'
   Bench::Bytes inputs, store, reactors, output, ribRoutes;
   for (auto _ : state) {
     const Bench::Bytes start = Bench::live();
@@ -415,26 +352,28 @@ void BM_Memory(benchmark::State& state) {
       Bench::Counting on;
       World w;
       const Bench::Bytes before = Bench::live();
-      const BlockCounts blocksBefore = Bench::liveBlocksBySize();
+      const Bench::BlockCounts blocksBefore = Bench::liveBlocksBySize();
       inputs = before - start;
       w.writeRoutes();
       store = Bench::live() - before;
-      printBlocks("status store", blocksBefore, Bench::liveBlocksBySize());
+      Bench::printBlocks("status store", blocksBefore, Bench::liveBlocksBySize(),
+                         double(routeCount));
     }
     {
       Bench::Counting on;
       World w;
-      w.attach();
+      w.attachRsm();
       const Bench::Bytes before = Bench::live();
-      const BlockCounts blocksBefore = Bench::liveBlocksBySize();
+      const Bench::BlockCounts blocksBefore = Bench::liveBlocksBySize();
       w.writeRoutes(routeCount, false);
       const Bench::Bytes loaded = Bench::live();
-      const BlockCounts blocksLoaded = Bench::liveBlocksBySize();
+      const Bench::BlockCounts blocksLoaded = Bench::liveBlocksBySize();
       w.markReady();
       reactors = (loaded - before) - store;
       output = Bench::live() - loaded;
-      printBlocks("status store and reactors", blocksBefore, blocksLoaded);
-      printBlocks("RIB output", blocksLoaded, Bench::liveBlocksBySize());
+      Bench::printBlocks("status store and reactors", blocksBefore, blocksLoaded,
+                         double(routeCount));
+      Bench::printBlocks("RIB output", blocksLoaded, Bench::liveBlocksBySize(), double(routeCount));
       const size_t slots = w.ribConfig->route().bytes();
       ribRoutes = {int64_t(slots), Bench::chunkFor(slots)};
       if (w.ribConfig->routeSize() != routeCount) state.SkipWithError("the RIB is incomplete");

@@ -46,7 +46,7 @@
 #include "Kel/System.h"
 #include "bench/AllocationCount.h"
 #include "bench/BenchData.h"
-#include "platform/Flipset/Flipset.h"
+#include "bench/RouteStatusBenchWorld.h"
 
 namespace {
 
@@ -54,29 +54,18 @@ using Kel::Ptr;
 using Pando::IpGenPrefix;
 namespace Protocol = Routing::Protocol;
 namespace Rib = Routing::Rib;
+using namespace Bench;  // the shared world and its parameters
 
-constexpr Vrf::VrfIdMap::VrfId vrfId = 3;
-constexpr uint32_t selector = 2;
 // VMS_BENCH_ROUTES sets another table size, e.g. a smaller one to profile.
-size_t routesFromEnvironment() {
-  const char* text = std::getenv("VMS_BENCH_ROUTES");
-  return text != nullptr ? size_t(std::strtoul(text, nullptr, 10)) : 1'000'000;
-}
-const size_t routeCount = routesFromEnvironment();
+const size_t routeCount = Bench::routesFromEnvironment("VMS_BENCH_ROUTES");
 constexpr uint32_t poolSize = 256;
 constexpr uint32_t sharedVia = 0;               // pool vias are 1 to poolSize
 constexpr uint32_t firstOwnVia = poolSize + 1;  // vias of one route each
 constexpr uint32_t spreadTargets = 65536;
-constexpr Routing::RoutePreference preference = 20;
 constexpr Routing::RouteMetric protocolMetric = 10;
-const Protocol::ViaType viaType(Protocol::ViaTypeEnum::viaIntfNextHop);
 
 enum class Plan : int64_t { shared, pool, unique };
 
-using Clock = std::chrono::steady_clock;
-double seconds(Clock::time_point from, Clock::time_point to) {
-  return std::chrono::duration<double>(to - from).count();
-}
 // This thread's CPU time: the machine is shared, and the wall clock counts
 // the time other processes take from it.
 double cpuSeconds() {
@@ -85,7 +74,6 @@ double cpuSeconds() {
   return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
 }
 
-Rib::ViaKey via(uint32_t i) { return Rib::ViaKey(Rib::ViaKey::kindIpv4, vrfId, selector, i); }
 Rib::ViaMetric resolved(Routing::RouteMetric m = 1) {
   return Rib::ViaMetric(Rib::MetricPref(1, m));
 }
@@ -103,10 +91,7 @@ struct Data {
 const Data& data() {
   static const Data d = [] {
     Data d;
-    for (const IpGenPrefix& p : Bench::distinctPrefixes(routeCount + routeCount / 100 + 100, 1)) {
-      if (d.prefixes.size() == routeCount) break;
-      if (!p.contains(nextHopNet) && !nextHopNet.contains(p)) d.prefixes.push_back(p);
-    }
+    d.prefixes = routePrefixes(routeCount, routeCount + routeCount / 100 + 100, nextHopNet);
     std::mt19937_64 rng(4);
     d.poolPairs.reserve(routeCount);
     for (size_t i = 0; i < routeCount; ++i) {
@@ -114,9 +99,7 @@ const Data& data() {
       const uint32_t b = (a + 1 + uint32_t(rng() % (poolSize - 1))) % poolSize;
       d.poolPairs.emplace_back(1 + a, 1 + b);
     }
-    d.order.resize(routeCount);
-    for (uint32_t i = 0; i < routeCount; ++i) d.order[i] = i;
-    Bench::shuffle(d.order, 5);
+    d.order = shuffledOrder(routeCount);
     return d;
   }();
   return d;
@@ -138,11 +121,9 @@ std::pair<uint32_t, uint32_t> viasOf(Plan plan, size_t i) {
 // One VRF's status in the protocol's directory, the RIB's via metric tree
 // with the pool's vias resolved, and on demand RouteStatusSm (with the
 // inputs and outputs the agent gives it) and ViaMetricStatusSm.
-struct World {
+struct World : Bench::RouteStatusWorld {
   explicit World(bool resolve = true) {
-    Flipset::toggleStateIs("StaticRouteMetric", true);
     dir->statusIs(status);
-    ipMetrics = metricTree->viaMetricStatusIs(via(0));
     for (uint32_t i = 0; i <= poolSize; ++i) {
       viaRecordIs(i);
       if (resolve) ipMetrics->viaMetricIs(via(i), resolved());
@@ -156,10 +137,7 @@ struct World {
     if (rsm) status->routeDelAll();
   }
 
-  void viaRecordIs(uint32_t i) {
-    viaConfig->viaIs(via(i), Rib::Via(nextHop(i), Pando::IntfId("Ethernet" + std::to_string(i))));
-    graph->viaNextHopIs(via(i), nextHop(i));
-  }
+  void viaRecordIs(uint32_t i) { RouteStatusWorld::viaRecordIs(i, nextHop(i)); }
   Ptr<const Rib::DedupViaKey> dedup(uint32_t i) { return viaKeys->dedupViaKeyIs(via(i)); }
 
   void writeRoutes(Plan plan) {
@@ -172,12 +150,6 @@ struct World {
     }
   }
 
-  void attachRsm() {
-    rsm = Protocol::routeStatusSmFactory(
-        L3::VrfName("red"), Pando::AddressFamily::ipv4, vrfId, status, ipMetrics, evpnMetrics,
-        looping, graph, ribConfig, viaSets, 2, v4DefaultMetrics, v6DefaultMetrics, ready, bfdList,
-        viaConfig, auxViaConfig, metricTree, Kel::String("rib"), viaStatus);
-  }
   // Files every route present (a stamp each, which makes RouteStatusSm, if
   // any, write it); then the first review, as the agent runs it.
   void attachVms() {
@@ -186,27 +158,7 @@ struct World {
     Kel::ActivityManager::instance().runUntilQuiet();
   }
 
-  Ptr<Rib::DedupViaKeyTable> viaKeys = Kel::makePtr<Rib::DedupViaKeyTable>();
   Ptr<Protocol::RouteStatusDir> dir = Protocol::routeStatusDirFactory();
-  Ptr<Protocol::Status> status =
-      Protocol::statusFactory(Protocol::RouteStatusKey(vrfId, Pando::AddressFamily::ipv4));
-  Ptr<Rib::ViaMetricStatusByVrf> metricTree = Kel::makePtr<Rib::ViaMetricStatusByVrf>();
-  Ptr<Rib::ViaMetricStatus> ipMetrics;
-  Ptr<Rib::ViaMetricStatus> evpnMetrics = Kel::makePtr<Rib::ViaMetricStatus>();
-  Ptr<Rib::ViaMetricStatus> v4DefaultMetrics = Kel::makePtr<Rib::ViaMetricStatus>();
-  Ptr<Rib::ViaMetricStatus> v6DefaultMetrics = Kel::makePtr<Rib::ViaMetricStatus>();
-  Ptr<Rib::LoopingRouteStatus> looping = Kel::makePtr<Rib::LoopingRouteStatus>();
-  Ptr<Rib::Ip::GlobalNextHopDependencyGraph> graph =
-      Kel::makePtr<Rib::Ip::GlobalNextHopDependencyGraph>();
-  Ptr<Rib::RouteConfig> ribConfig = Kel::makePtr<Rib::RouteConfig>();
-  Ptr<Rib::ViaSetConfig> viaSets = Kel::makePtr<Rib::ViaSetConfig>();
-  Ptr<Protocol::VrfReadyStatus> ready = Protocol::vrfReadyStatusFactory(L3::VrfName("red"));
-  Ptr<Routing::BfdTrackedStaticRoutesList> bfdList =
-      Kel::makePtr<Routing::BfdTrackedStaticRoutesList>();
-  Ptr<Rib::Ip::ViaConfig> viaConfig = Kel::makePtr<Rib::Ip::ViaConfig>();
-  Ptr<Rib::Ip::ViaConfig> auxViaConfig = Kel::makePtr<Rib::Ip::ViaConfig>();
-  Ptr<Rib::ViaStatusByVrf> viaStatus = Kel::makePtr<Rib::ViaStatusByVrf>();
-  Ptr<Protocol::RouteStatusSm> rsm;
   Ptr<Protocol::ViaMetricStatusSm> vms;  // last, so that it goes first
 };
 
@@ -352,21 +304,6 @@ Bench::Bytes indexBytes(const Protocol::ViaMetricStatusSm& vms) {
   return b;
 }
 
-using BlockCounts = std::map<size_t, int64_t>;
-
-// The live blocks made between two snapshots, by requested size, per route.
-void printBlocks(const char* phase, const BlockCounts& before, const BlockCounts& after) {
-  std::fprintf(stderr, "%s, per route:\n%10s %10s %10s %10s\n", phase, "block B", "blocks",
-               "requested", "reserved");
-  for (const auto& [size, n] : after) {
-    const auto b = before.find(size);
-    const double blocks = double(n - (b != before.end() ? b->second : 0)) / double(routeCount);
-    if (blocks * double(size) < 0.5) continue;
-    std::fprintf(stderr, "%10zu %10.3f %10.1f %10.1f\n", size, blocks, blocks * double(size),
-                 blocks * double(Bench::chunkFor(size)));
-  }
-}
-
 void perPair(benchmark::State& state, const std::string& name, const Bench::Bytes& b) {
   state.counters[name + "_req_B"] = double(b.requested) / double(2 * routeCount);
   state.counters[name + "_rsv_B"] = double(b.reserved) / double(2 * routeCount);
@@ -385,12 +322,13 @@ void BM_Memory(benchmark::State& state) {
       World w;
       w.writeRoutes(plan);
       const Bench::Bytes before = Bench::live();
-      const BlockCounts blocksBefore = Bench::liveBlocksBySize();
+      const Bench::BlockCounts blocksBefore = Bench::liveBlocksBySize();
       {
         Bench::Counting on;
         w.vms = Protocol::viaMetricStatusSmFactory(w.metricTree, w.dir);
       }
-      printBlocks("ViaMetricStatusSm alone", blocksBefore, Bench::liveBlocksBySize());
+      Bench::printBlocks("ViaMetricStatusSm alone", blocksBefore, Bench::liveBlocksBySize(),
+                         double(routeCount));
       index = indexBytes(*w.vms);
       tree = (Bench::live() - before) - index;
       w.vms = nullptr;
