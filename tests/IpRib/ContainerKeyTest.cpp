@@ -154,25 +154,6 @@ TEST(ContainerKeyTest, OrderRules) {
   }
 }
 
-TEST(ContainerKeyTest, ContainerKeyIsTrueUnlessDefault) {
-  EXPECT_FALSE(bool(ContainerKey()));
-  EXPECT_TRUE(bool(ContainerKey(L3::VrfName(""), AddressFamily::ipv4)));
-  EXPECT_TRUE(bool(ContainerKey(L3::VrfName("x"), AddressFamily::ipunknown)));
-}
-
-TEST(ContainerKeyTest, ViaTypeEnumServices) {
-  EXPECT_EQ(stringValue(ViaTypeEnum::viaNextHopOnly), "viaNextHopOnly");
-  EXPECT_EQ(ViaTypeEnumInstance(4u).name, "viaDefault");
-  EXPECT_EQ(ViaTypeEnumInstance("viaIntfOnly").value, 3);
-  EXPECT_THROW(ViaTypeEnumInstance(5u), Kel::RangeError);
-  EXPECT_THROW(ViaTypeEnumInstance("viaNowhere"), Kel::RangeError);
-  const std::string text = "viaIntfNextHop, rest";
-  std::string_view view(text);
-  Kel::StrepIt it = view.begin();
-  EXPECT_EQ(sequenceToValue(it, view.end()), ViaTypeEnum::viaIntfNextHop);
-  EXPECT_EQ(std::string(it, view.end()), ", rest");
-}
-
 TEST(ContainerKeySetTest, AddingTwiceKeepsOneAndNotifiesOnce) {
   struct Counter : ContainerKeySet::Notifiee {
     int calls = 0;

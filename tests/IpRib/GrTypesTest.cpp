@@ -6,19 +6,6 @@
 namespace Routing::Protocol {
 namespace {
 
-TEST(GrTypesTest, FreshRecordsHaveTheirDefaults) {
-  auto gr = grStateFactory(true);
-  EXPECT_TRUE(gr->gracefulRestart());
-  EXPECT_FALSE(gr->startReadyVerification());
-  auto rs = vrfReadyStatusFactory(L3::VrfName("red"));
-  EXPECT_FALSE(rs->v4RoutesReady());
-  EXPECT_FALSE(rs->v6RoutesReady());
-  EXPECT_FALSE(rs->v4RouteReviewComplete());
-  EXPECT_FALSE(rs->v6RouteReviewComplete());
-  EXPECT_EQ(rs->ribReadySeqStatus(), 0u);
-  EXPECT_EQ(vrfRibSeqTriggerFactory(L3::VrfName("red"))->ribReadySeqTrigger(), 0u);
-}
-
 TEST(GrTypesTest, VrfReadyStatusIsKeepsAnExistingEntry) {
   struct Watcher : AllVrfReadyStatus::Notifiee {
     int calls = 0;

@@ -147,42 +147,6 @@ TYPED_TEST(IntfSmTest, StartsOnTheVrfsInterfacesWithoutABump) {
   EXPECT_FALSE(this->intfStatus_->intf(IntfId()));
 }
 
-TYPED_TEST(IntfSmTest, AFlagChangeBumpsOnceAndIntfAnswersLive) {
-  this->entry(2).dpRoutingEnabledIs(true);
-  this->expectBumps(1);
-  EXPECT_TRUE(this->intfStatus_->intf(intf(2)));
-  this->entry(2).dpRoutingEnabledIs(true);                   // no change
-  this->entry(2).addrIs(Pando::IpGenPrefix("10.0.0.1/24"));  // not watched
-  this->expectBumps(0);
-  this->entry(1).dpRoutingEnabledIs(false);
-  this->expectBumps(1);
-  EXPECT_FALSE(this->intfStatus_->intf(intf(1)));
-}
-
-TYPED_TEST(IntfSmTest, AddingBumpsOnceAndItsFlagOnceMore) {
-  using F = TypeParam;
-  const Kel::Ptr<typename F::Entry> e3 = F::entryIs(*this->vrf_, intf(3));
-  this->expectBumps(1);
-  EXPECT_EQ(F::reactorOn(*this->sm_, intf(3)), e3.ptr());
-  EXPECT_FALSE(this->intfStatus_->intf(intf(3)));
-  e3->dpRoutingEnabledIs(true);
-  this->expectBumps(1);
-  EXPECT_TRUE(this->intfStatus_->intf(intf(3)));
-}
-
-TYPED_TEST(IntfSmTest, RemovingBumpsOnceAndDropsTheReactor) {
-  using F = TypeParam;
-  const Kel::Ptr<typename F::Entry> held = F::entryIs(*this->vrf_, intf(1));
-  F::entryDel(*this->vrf_, intf(1));
-  this->expectBumps(1);
-  EXPECT_EQ(F::reactorOn(*this->sm_, intf(1)), nullptr);
-  EXPECT_EQ(F::reactors(*this->sm_), 1u);
-  EXPECT_EQ(held->notifieeCount(), 0u);
-  EXPECT_FALSE(this->intfStatus_->intf(intf(1)));
-  held->dpRoutingEnabledIs(false);  // a gone interface is nobody's business
-  this->expectBumps(0);
-}
-
 TYPED_TEST(IntfSmTest, AReplacedEntryBumpsOnceAndTheReactorFollowsIt) {
   using F = TypeParam;
   const Kel::Ptr<typename F::Entry> old = F::entryIs(*this->vrf_, intf(1));
@@ -258,16 +222,6 @@ TYPED_TEST(IntfSmTest, SwitchedOffItHearsNothingSwitchedOnItHearsAgain) {
   this->expectBumps(1);
   this->sm_->hasNotificationActiveIs(false);
   this->entry(3).dpRoutingEnabledIs(true);  // a reactor made while on, switched off with it
-  this->expectBumps(0);
-}
-
-TYPED_TEST(IntfSmTest, DroppedItLeavesTheCounterAlone) {
-  this->entry(1).dpRoutingEnabledIs(false);
-  this->expectBumps(1);
-  this->sm_ = nullptr;
-  this->expectBumps(0);
-  EXPECT_EQ(this->vrf_->notifieeCount(), 0u);
-  this->entry(2).dpRoutingEnabledIs(true);
   this->expectBumps(0);
 }
 

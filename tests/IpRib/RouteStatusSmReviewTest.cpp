@@ -126,36 +126,6 @@ TEST_F(ReviewTest, ABookmarkWithNothingBehindItFinishesTheReview) {
   EXPECT_TRUE(w.ready->v4RouteReviewComplete());
 }
 
-TEST_F(ReviewTest, PacedAndUnpacedReviewsGiveTheSameRib) {
-  addRoutes(40);
-  // A second world evaluates the same routes in one slice.
-  RouteStatusWorld unpaced;
-  unpaced.resolve(1);
-  unpaced.resolve(2);
-  for (uint32_t i = 0; i < 40; ++i) {
-    unpaced.addVia(prefixOf(i), 1, V::viaIntfNextHop, 1 + i % 2);
-    unpaced.touch(prefixOf(i));
-  }
-  w.start();
-  unpaced.start();
-  w.sm->reviewQuantumIs(0);
-  unpaced.sm->reviewQuantumIs(1e9);
-  // Changes the RIB cannot hear per route: only a review picks them up.
-  w.ipMetrics->viaMetricIs(w.via(2), Rib::ViaMetric());
-  unpaced.ipMetrics->viaMetricIs(unpaced.via(2), Rib::ViaMetric());
-  w.ipMetrics->doBumpGeneration();
-  unpaced.ipMetrics->doBumpGeneration();
-  w.status->initializedIs(true);
-  unpaced.status->initializedIs(true);
-  w.runUntilQuiet();
-  EXPECT_LE(unpaced.sm->reviewSlices(), 2u);  // the start-up review and this one
-  EXPECT_GE(w.sm->reviewSlices(), 40u);
-  ASSERT_EQ(w.ribConfig->routeSize(), 20u);
-  for (uint32_t i = 0; i < 40; ++i) {
-    EXPECT_EQ(w.ribVias(prefixOf(i)), unpaced.ribVias(prefixOf(i))) << i;
-  }
-}
-
 TEST_F(ReviewTest, StaleRibRoutesAreCleanedUpAfterTheFirstCompleteReviewOnly) {
   addRoutes(3);
   // What the RIB kept from before a restart: one route the protocol no longer has.

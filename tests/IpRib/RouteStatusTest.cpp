@@ -23,24 +23,6 @@ class RouteStatusTest : public ::testing::Test {
   Kel::Ptr<Status> status_ = statusFactory(RouteStatusKey(0, Pando::AddressFamily::ipv4));
 };
 
-TEST_F(RouteStatusTest, NewEntitiesHaveTheirDefaults) {
-  Kel::Ptr<Route> r = status_->routeIs(IpGenPrefix("10.0.0.0/8"));
-  EXPECT_EQ(r->srcVrfId(), 0xFFFFFFu);
-  EXPECT_EQ(r->routeChangedAt(), 0.0);
-  Kel::Ptr<RoutePref> p = r->routePrefIs(1);
-  EXPECT_TRUE(p->installInFib());
-  EXPECT_EQ(p->fecType(), 0);
-  EXPECT_EQ(p->tag(), 0u);
-  EXPECT_EQ(p->fibRouteType(), Fib::RouteType{});
-  EXPECT_FALSE(p->dedupViaSetKey());
-  EXPECT_FALSE(status_->initialized());
-  EXPECT_EQ(status_->typeName(), std::string("Routing::Protocol::Status"));
-  EXPECT_EQ(p->typeName(), std::string("Routing::Protocol::RoutePref"));
-  // routeIs and routePrefIs return what exists.
-  EXPECT_EQ(status_->routeIs(IpGenPrefix("10.0.0.0/8")), r);
-  EXPECT_EQ(r->routePrefIs(1), p);
-}
-
 TEST_F(RouteStatusTest, PreferencesAndViaTypesIterateInAscendingOrder) {
   Kel::Ptr<Route> r = status_->routeIs(IpGenPrefix("10.0.0.0/8"));
   for (RoutePreference p : {200, 1, 20, 255, 0}) r->routePrefIs(p);
@@ -92,21 +74,6 @@ TEST_F(RouteStatusTest, DeletingARouteReleasesEverythingBelowIt) {
   status_->routeDel(IpGenPrefix("10.0.0.0/8"));
   EXPECT_EQ(viaKeys_->size(), 0u);
   EXPECT_FALSE(status_->route(IpGenPrefix("10.0.0.0/8")));
-}
-
-TEST_F(RouteStatusTest, EvpnAndBfdCollections) {
-  Kel::Ptr<RoutePref> p = status_->routeIs(IpGenPrefix("10.0.0.0/8"))->routePrefIs(1);
-  EXPECT_FALSE(p->dedupEvpnVtepIpViaKey(via(1)));
-  p->dedupEvpnVtepIpViaKeyIs(via(1), viaKeys_->dedupViaKeyIs(via(7)));
-  EXPECT_EQ(p->dedupEvpnVtepIpViaKey(via(1))->key(), via(7));
-  p->dedupEvpnVtepIpViaKeyDel(via(1));
-  EXPECT_FALSE(p->dedupEvpnVtepIpViaKey(via(1)));
-  p->bfdTrackedViaCollIs(via(2));
-  p->bfdTrackedViaCollIs(via(3));
-  EXPECT_TRUE(p->bfdTrackedViaCollHas(via(2)));
-  EXPECT_EQ(p->bfdTrackedViaCollSize(), 2u);
-  p->bfdTrackedViaCollDelAll();
-  EXPECT_FALSE(p->bfdTrackedViaCollHas(via(2)));
 }
 
 // Watches a whole route tree and checks, at every notification, that no

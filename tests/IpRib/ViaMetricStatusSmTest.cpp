@@ -94,14 +94,6 @@ std::set<RouteId> routesUsing(const Index& index, const Rib::ViaKey& k) {
   return out;
 }
 
-// Counts the route's routeChangedAt notifications.
-class StampCounter final : public Route::Notifiee {
- public:
-  explicit StampCounter(const Kel::Ptr<Route>& route) { notifierIs(route.ptr()); }
-  void onRouteChangedAt() override { ++count; }
-  int count = 0;
-};
-
 // Every text level of the facility on while it lives; the lines captured.
 class TraceAll {
  public:
@@ -194,61 +186,6 @@ struct World {
 
 // ------------------------------------------------------------ via metric changes
 
-TEST(ViaMetricStatusSmTest, AMetricChangeStampsTheRoutesOfEveryVrfUsingTheVia) {
-  World w;
-  w.start();
-  const Rib::ViaKey k = via(AddressFamily::ipv4, 1, 7);
-  w.addVia(1, p1, 1, V::viaIntfNextHop, k);
-  w.addVia(2, p2, 5, V::viaNextHopOnly, k);
-  w.addVia(1, p3, 1, V::viaIntfNextHop, via(AddressFamily::ipv4, 1, 8));
-
-  // Published in a table of VRF 9: the look-up is by via key alone.
-  w.now(2000);
-  w.metrics->viaMetricStatusByTransportIs(foreignVrf)
-      ->viaMetricStatusByProtocolIs(Rib::ViaKey::kindIpv4)
-      ->viaMetricStatusIs(viaSelector)
-      ->viaMetricIs(k, metric(1));
-  EXPECT_EQ(w.changedAt(1, p1), 2000);
-  EXPECT_EQ(w.changedAt(2, p2), 2000);
-  EXPECT_EQ(w.changedAt(1, p3), startTime);
-
-  w.now(3000);
-  w.metricIs(k, 4);
-  EXPECT_EQ(w.changedAt(1, p1), 3000);
-  EXPECT_EQ(w.changedAt(2, p2), 3000);
-  w.now(4000);
-  w.metricIs(k, 4);  // no change, no notification
-  EXPECT_EQ(w.changedAt(1, p1), 3000);
-  w.metrics->viaMetricStatusIs(k)->viaMetricDel(k);
-  EXPECT_EQ(w.changedAt(1, p1), 4000);
-  EXPECT_EQ(w.changedAt(2, p2), 4000);
-  EXPECT_EQ(w.changedAt(1, p3), startTime);
-}
-
-TEST(ViaMetricStatusSmTest, AGenerationBumpStampsTheRoutesOfTheTablesVias) {
-  World w;
-  const Rib::ViaKey a = via(AddressFamily::ipv4, 1, 1), b = via(AddressFamily::ipv4, 2, 2);
-  w.metricIs(a, 1);
-  w.metricIs(b, 1);
-  w.addVia(1, p1, 1, V::viaIntfNextHop, a);
-  w.addVia(1, p2, 1, V::viaIntfNextHop, b);
-  w.start();  // the sweeps at start find an empty index; filing stamps
-  EXPECT_EQ(w.changedAt(1, p1), startTime);
-  w.now(2000);
-  w.metrics->viaMetricStatusIs(a)->doBumpGeneration();
-  EXPECT_EQ(w.changedAt(1, p1), 2000);
-  EXPECT_EQ(w.changedAt(1, p2), startTime);
-
-  // A table taken out of the tree is no longer heard.
-  const Kel::Ptr<Rib::ViaMetricStatus> table = w.metrics->viaMetricStatusIs(a);
-  w.metrics->viaMetricStatusByTransport(1)->viaMetricStatusByProtocolDel(Rib::ViaKey::kindIpv4);
-  w.now(3000);
-  table->viaMetricIs(a, metric(7));
-  EXPECT_EQ(w.changedAt(1, p1), 2000);
-  w.metricIs(a, 7);  // a new table under the same levels
-  EXPECT_EQ(w.changedAt(1, p1), 3000);
-}
-
 TEST(ViaMetricStatusSmTest, AStaleEntryIsSkippedWithItsTrace) {
   World w;
   w.start();
@@ -284,48 +221,6 @@ TEST(ViaMetricStatusSmTest, AStaleEntryIsSkippedWithItsTrace) {
 }
 
 // ------------------------------------------------------------ filing
-
-TEST(ViaMetricStatusSmTest, AddingAViaStampsOnceASecondViaTypeStampsNothing) {
-  World w;
-  w.start();
-  const Rib::ViaKey k = via(AddressFamily::ipv4, 1, 1);
-  w.now(2000);
-  w.addVia(1, p1, 1, V::viaIntfNextHop, k);
-  StampCounter counter(w.route(1, p1));
-  EXPECT_EQ(w.changedAt(1, p1), 2000);
-  w.now(3000);
-  w.addVia(1, p1, 1, V::viaNextHopOnly, k);
-  w.routePref(1, p1, 1)->dedupViaKeyIs(V::viaIntfNextHop, w.viaKeys->dedupViaKeyIs(k), 9);
-  w.delVia(1, p1, 1, V::viaIntfNextHop, k);  // removals stamp nothing
-  EXPECT_EQ(w.changedAt(1, p1), 2000);
-  EXPECT_EQ(counter.count, 0);
-  w.addVia(1, p1, 2, V::viaIntfNextHop, k);  // another preference: a new element
-  EXPECT_EQ(w.changedAt(1, p1), 3000);
-  EXPECT_EQ(counter.count, 1);
-  w.expectIndexExact();
-}
-
-TEST(ViaMetricStatusSmTest, AViaUnderTwoTypesIsOneElementUntilBothGo) {
-  World w;
-  w.start();
-  const Rib::ViaKey k = via(AddressFamily::ipv4, 1, 1), other = via(AddressFamily::ipv4, 1, 2);
-  w.addVia(1, p1, 1, V::viaIntfNextHop, k);
-  w.addVia(1, p1, 1, V::viaIntfNextHop, other);  // the type outlives k: k's removal is heard alone
-  w.addVia(1, p1, 1, V::viaNextHopOnly, k);      // k alone: its type goes with it
-  w.addVia(2, p2, 1, V::viaIntfOnly, k);
-  const PrefixPrefVrfId e1(p1, 1, 1), e2(p2, 1, 2);
-  EXPECT_EQ(indexOf(*w.sm)[k], (std::set<PrefixPrefVrfId>{e1, e2}));
-
-  w.delVia(1, p1, 1, V::viaIntfNextHop, k);
-  EXPECT_EQ(indexOf(*w.sm)[k], (std::set<PrefixPrefVrfId>{e1, e2}));
-  w.delVia(1, p1, 1, V::viaNextHopOnly, k);
-  EXPECT_EQ(w.routePref(1, p1, 1)->dedupViaKeyByViaType(V::viaNextHopOnly), nullptr);
-  EXPECT_EQ(indexOf(*w.sm)[k], std::set<PrefixPrefVrfId>{e2});
-  w.delVia(2, p2, 1, V::viaIntfOnly, k);
-  EXPECT_EQ(w.sm->routeByViaKey(k), nullptr);
-  EXPECT_NE(w.sm->routeByViaKey(other), nullptr);
-  w.expectIndexExact();
-}
 
 TEST(ViaMetricStatusSmTest, StartFilesEveryStatusPresentAndStampsItsRoutes) {
   World w;

@@ -93,18 +93,6 @@ std::vector<std::string> splitLines(const std::string& text) {
 
 }  // namespace
 
-TEST(TraceTest, DefaultsAndRegistryLookup) {
-  Kel::TraceRegistry& registry = Kel::TraceRegistry::instance();
-  {
-    Kel::TraceFacility trace("Test::Registry::Sm");
-    EXPECT_EQ(registry.facility("Test::Registry::Sm"), &trace);
-    EXPECT_EQ(trace.textLevels(), 0x001u);  // notices only
-    EXPECT_EQ(trace.ringLevels(), 0x1ffu);  // decisions on, per-via detail off
-    EXPECT_EQ(trace.ringlog().capacity(), Kel::Ringlog::defaultCapacity);
-  }
-  EXPECT_EQ(registry.facility("Test::Registry::Sm"), nullptr);
-}
-
 // Three facilities; rules by name and by prefix, text and ring, later rules win.
 TEST(TraceTest, LevelsFromRuleTextAndApi) {
   Kel::TraceRegistry& registry = Kel::TraceRegistry::instance();

@@ -37,13 +37,8 @@ struct Ipv4 {
   using Status = Ip::Status;
   using Vrf = Ip::VrfIpIntfStatus;
   using Entry = Ip::IpIntfStatus;
-  static constexpr const char* entryTypeName = "Ip::IpIntfStatus";
-  static constexpr const char* vrfTypeName = "Ip::VrfIpIntfStatus";
-  static constexpr const char* statusTypeName = "Ip::Status";
   static constexpr const char* nullText = "Ip::VrfIpIntfStatus::ipIntfStatusIs: null argument";
   static Kel::Ptr<Vrf> vrfIs(Status& s, const L3::VrfName& v) { return s.vrfIpIntfStatusIs(v); }
-  static Kel::Ptr<Vrf> vrf(const Status& s, const L3::VrfName& v) { return s.vrfIpIntfStatus(v); }
-  static void vrfDel(Status& s, const L3::VrfName& v) { s.vrfIpIntfStatusDel(v); }
   static Kel::Ptr<Entry> entryIs(Vrf& v, const IntfId& i) { return v.ipIntfStatusIs(i); }
   static void entryIs(Vrf& v, Kel::Ptr<Entry> e) { v.ipIntfStatusIs(std::move(e)); }
   static Kel::Ptr<Entry> entry(const Vrf& v, const IntfId& i) { return v.ipIntfStatus(i); }
@@ -51,16 +46,10 @@ struct Ipv4 {
   static uint32_t entrySize(const Vrf& v) { return v.ipIntfStatusSize(); }
   static const Vrf::Map& entries(const Vrf& v) { return v.ipIntfStatus(); }
   static void entryDel(Vrf& v, const IntfId& i) { v.ipIntfStatusDel(i); }
-  static void entryDelAll(Vrf& v) { v.ipIntfStatusDelAll(); }
   struct VrfRecorder final : Vrf::Notifiee {
     explicit VrfRecorder(const Kel::Ptr<Vrf>& v) { notifierIs(v.ptr()); }
     void onIpIntfStatus(const IntfId& i) override { keys.push_back(i); }
     std::vector<IntfId> keys;
-  };
-  struct StatusRecorder final : Status::Notifiee {
-    explicit StatusRecorder(const Kel::Ptr<Status>& s) { notifierIs(s.ptr()); }
-    void onVrfIpIntfStatus(const L3::VrfName& v) override { keys.push_back(v); }
-    std::vector<L3::VrfName> keys;
   };
 };
 
@@ -68,13 +57,8 @@ struct Ipv6 {
   using Status = Ip6::Status;
   using Vrf = Ip6::VrfIp6IntfStatus;
   using Entry = Ip6::IntfStatus;
-  static constexpr const char* entryTypeName = "Ip6::IntfStatus";
-  static constexpr const char* vrfTypeName = "Ip6::VrfIp6IntfStatus";
-  static constexpr const char* statusTypeName = "Ip6::Status";
   static constexpr const char* nullText = "Ip6::VrfIp6IntfStatus::ip6IntfStatusIs: null argument";
   static Kel::Ptr<Vrf> vrfIs(Status& s, const L3::VrfName& v) { return s.vrfIp6IntfStatusIs(v); }
-  static Kel::Ptr<Vrf> vrf(const Status& s, const L3::VrfName& v) { return s.vrfIp6IntfStatus(v); }
-  static void vrfDel(Status& s, const L3::VrfName& v) { s.vrfIp6IntfStatusDel(v); }
   static Kel::Ptr<Entry> entryIs(Vrf& v, const IntfId& i) { return v.ip6IntfStatusIs(i); }
   static void entryIs(Vrf& v, Kel::Ptr<Entry> e) { v.ip6IntfStatusIs(std::move(e)); }
   static Kel::Ptr<Entry> entry(const Vrf& v, const IntfId& i) { return v.ip6IntfStatus(i); }
@@ -82,16 +66,10 @@ struct Ipv6 {
   static uint32_t entrySize(const Vrf& v) { return v.ip6IntfStatusSize(); }
   static const Vrf::Map& entries(const Vrf& v) { return v.ip6IntfStatus(); }
   static void entryDel(Vrf& v, const IntfId& i) { v.ip6IntfStatusDel(i); }
-  static void entryDelAll(Vrf& v) { v.ip6IntfStatusDelAll(); }
   struct VrfRecorder final : Vrf::Notifiee {
     explicit VrfRecorder(const Kel::Ptr<Vrf>& v) { notifierIs(v.ptr()); }
     void onIp6IntfStatus(const IntfId& i) override { keys.push_back(i); }
     std::vector<IntfId> keys;
-  };
-  struct StatusRecorder final : Status::Notifiee {
-    explicit StatusRecorder(const Kel::Ptr<Status>& s) { notifierIs(s.ptr()); }
-    void onVrfIp6IntfStatus(const L3::VrfName& v) override { keys.push_back(v); }
-    std::vector<L3::VrfName> keys;
   };
 };
 
@@ -99,28 +77,12 @@ template <class F>
 class IpIntfStatusTest : public ::testing::Test {
  protected:
   Kel::Ptr<typename F::Status> status_ = Kel::makePtr<typename F::Status>();
-  typename F::StatusRecorder statusRecorder_{status_};
   Kel::Ptr<typename F::Vrf> vrf_ = F::vrfIs(*status_, red);
   typename F::VrfRecorder vrfRecorder_{vrf_};
 };
 
 using Families = ::testing::Types<Ipv4, Ipv6>;
 TYPED_TEST_SUITE(IpIntfStatusTest, Families);
-
-TYPED_TEST(IpIntfStatusTest, TypeNamesAndVrfCreatedOnceAndDeletedOnce) {
-  using F = TypeParam;
-  EXPECT_STREQ(this->status_->typeName(), F::statusTypeName);
-  EXPECT_STREQ(this->vrf_->typeName(), F::vrfTypeName);
-  EXPECT_STREQ(F::entryIs(*this->vrf_, intf(1))->typeName(), F::entryTypeName);
-  EXPECT_EQ(this->vrf_->vrfName(), red);
-
-  EXPECT_EQ(F::vrfIs(*this->status_, red), this->vrf_);  // no second notification
-  EXPECT_EQ(F::vrf(*this->status_, red), this->vrf_);
-  F::vrfDel(*this->status_, red);
-  F::vrfDel(*this->status_, red);
-  EXPECT_EQ(F::vrf(*this->status_, red), nullptr);
-  EXPECT_EQ(this->statusRecorder_.keys, (std::vector<L3::VrfName>{red, red}));  // add, delete
-}
 
 TYPED_TEST(IpIntfStatusTest, EachWriteNotifiesOnceAndRepeatsNotifyNobody) {
   using F = TypeParam;
@@ -168,18 +130,6 @@ TYPED_TEST(IpIntfStatusTest, AnEntryReplacedUnderItsIdNotifiesOnceAndLivesOnWhil
     EXPECT_STREQ(e.what(), F::nullText);
   }
   EXPECT_EQ(this->vrfRecorder_.keys.size(), 1u);
-}
-
-TYPED_TEST(IpIntfStatusTest, DelAllNotifiesEveryKeyOnce) {
-  using F = TypeParam;
-  for (int i = 1; i <= 20; ++i) F::entryIs(*this->vrf_, intf(i));
-  this->vrfRecorder_.keys.clear();
-  F::entryDelAll(*this->vrf_);
-  EXPECT_EQ(F::entrySize(*this->vrf_), 0u);
-  std::map<IntfId, int> heard;
-  for (const IntfId& i : this->vrfRecorder_.keys) ++heard[i];
-  ASSERT_EQ(heard.size(), 20u);
-  for (const auto& [id, n] : heard) EXPECT_EQ(n, 1) << id;
 }
 
 // Random writes against a map of (id -> entry object, flag); after every

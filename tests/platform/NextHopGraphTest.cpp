@@ -47,18 +47,6 @@ INSTANTIATE_TEST_SUITE_P(Families, NextHopGraphTest,
                          ::testing::Values(AddressFamily::ipv4, AddressFamily::ipv6),
                          [](const auto& info) { return Pando::valueToStrep(info.param); });
 
-// Nothing installed; via 1 points into net 1.
-TEST_P(NextHopGraphTest, ANextHopInsideThePrefixItselfLoops) {
-  graph_->viaNextHopIs(via(1), host(1, 5));
-  EXPECT_TRUE(looping(net(1), via(1)));
-  EXPECT_TRUE(looping(sub(1), via(1)));
-  EXPECT_TRUE(looping(net(1), via(1), 4));  // the prefix counts in whichever VRF is asked
-  EXPECT_FALSE(looping(net(2), via(1)));    // the next hop matches nothing
-  EXPECT_FALSE(looping(net(1), via(9)));    // unknown via
-  graph_->viaNextHopDel(via(1));
-  EXPECT_FALSE(looping(net(1), via(1)));
-}
-
 //   sub(1) connected, later a host route of host(1,5);  via 1 -> host(1,5), via 2 -> host(7,1)
 TEST_P(NextHopGraphTest, TheLongerMatchWins) {
   graph_->routeViasIs(0, sub(1), {});  // connected: resolution ends here
@@ -74,34 +62,6 @@ TEST_P(NextHopGraphTest, TheLongerMatchWins) {
   EXPECT_FALSE(looping(anyRoute(), via(1)));
   graph_->viaNextHopIs(via(2), host(7, 1));
   EXPECT_TRUE(looping(anyRoute(), via(2)));
-}
-
-//   net 2 via 2 -> host(1,7);  net 3 via 3 -> host(4,1);  net 4 connected
-//   via 1 -> host(2,1)
-TEST_P(NextHopGraphTest, TwoHopLoopAndNoLoop) {
-  graph_->viaNextHopIs(via(1), host(2, 1));
-  graph_->viaNextHopIs(via(2), host(1, 7));
-  graph_->viaNextHopIs(via(3), host(4, 1));
-  graph_->routeViasIs(0, net(2), {via(2)});
-  graph_->routeViasIs(0, net(3), {via(3)});
-  graph_->routeViasIs(0, net(4), {});
-  // via 1 resolves over net 2, whose via comes back into net 1.
-  EXPECT_TRUE(looping(net(1), via(1)));
-  // Over net 3 then net 4 (connected): no loop.
-  EXPECT_FALSE(looping(net(5), via(3)));
-  // Another VRF has none of these routes.
-  EXPECT_FALSE(looping(net(1), via(1), 9));
-  // Replacing net 2's vias breaks the loop; deleting it does too.
-  graph_->routeViasIs(0, net(2), {via(3)});
-  EXPECT_FALSE(looping(net(1), via(1)));
-  graph_->routeViasIs(0, net(2), {via(3), via(2)});  // any path counts
-  EXPECT_TRUE(looping(net(1), via(1)));
-  graph_->routeViasDel(0, net(2));
-  EXPECT_FALSE(looping(net(1), via(1)));
-  EXPECT_EQ(graph_->routeViasSize(), 2u);
-  EXPECT_EQ(graph_->routeVias(0, net(2)), nullptr);
-  ASSERT_NE(graph_->routeVias(0, net(3)), nullptr);
-  EXPECT_EQ(*graph_->routeVias(0, net(3)), std::vector<ViaKey>{via(3)});
 }
 
 // A chain: via 0 -> net 1 -> net 2 -> ... -> net n, whose via points into net 0.

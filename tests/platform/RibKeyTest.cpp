@@ -88,52 +88,6 @@ TEST(ViaKey, OrderAndHashFollowTheFieldsInOrder) {
   EXPECT_EQ(set.size(), ascending.size());
 }
 
-TEST(ViaSetKey, IdValue) {
-  EXPECT_TRUE(ViaSetKey().isEmpty());
-  EXPECT_EQ(printed(ViaSetKey(42)), "viaSet(42)");
-  EXPECT_LT(ViaSetKey(1), ViaSetKey(uint64_t(1) << 40));
-  EXPECT_EQ(ViaSetKey(uint64_t(3) << 32 | 7).hash(1), Kel::Hasher(1).add(7u).add(3u).result());
-  const Routing::Rib::DedupViaSetKey d(ViaSetKey(42));
-  EXPECT_EQ(d.key(), ViaSetKey(42));
-}
-
-TEST(RouteType, EnumerationServices) {
-  using Routing::Fib::RouteType;
-  EXPECT_EQ(RouteType(), RouteType::routeTypeForward);
-  EXPECT_EQ(printed(RouteType::routeTypeNextVrf), "routeTypeNextVrf");
-  for (const Kel::Enumerator& e : Routing::Fib::routeTypeEnumInfo().enumerators()) {
-    const std::string s = Routing::Fib::valueToStrep(RouteType(e.value));
-    EXPECT_EQ(s, e.name);
-    Kel::StrepIt it = std::string_view(s).begin();
-    EXPECT_EQ(Routing::Fib::routeTypeFromStrep(it, std::string_view(s).end()), RouteType(e.value));
-  }
-  const std::string_view bad = "routeTypeBlackhole";
-  Kel::StrepIt it = bad.begin();
-  EXPECT_THROW(Routing::Fib::routeTypeFromStrep(it, bad.end()), Kel::RangeError);
-}
-
-TEST(DedupViaKey, EqualKeysShareOneEntryUntilTheLastPtrGoes) {
-  Kel::Ptr<DedupViaKeyTable> table = Kel::makePtr<DedupViaKeyTable>();
-  const ViaKey a(1, 0, 2, 17), b(2, 0, 2, 17);
-  Kel::Ptr<const DedupViaKey> a1 = table->dedupViaKeyIs(a);
-  Kel::Ptr<const DedupViaKey> a2 = table->dedupViaKeyIs(a);
-  Kel::Ptr<const DedupViaKey> b1 = table->dedupViaKeyIs(b);
-  EXPECT_EQ(a1, a2);
-  EXPECT_FALSE(a1 == b1);
-  EXPECT_EQ(a1->key(), a);
-  EXPECT_EQ(table->size(), 2u);
-  EXPECT_EQ(table->created(), 2u);
-  a1 = nullptr;
-  EXPECT_EQ(table->size(), 2u);
-  a2 = nullptr;
-  EXPECT_EQ(table->size(), 1u);
-  EXPECT_EQ(table->released(), 1u);
-  // A key asked for again after its release is a new entry.
-  a1 = table->dedupViaKeyIs(a);
-  EXPECT_EQ(table->created(), 3u);
-  EXPECT_EQ(table->size(), 2u);
-}
-
 TEST(DedupViaKey, EntriesOutliveTheirTable) {
   Kel::Ptr<DedupViaKeyTable> table = Kel::makePtr<DedupViaKeyTable>();
   Kel::Ptr<const DedupViaKey> a = table->dedupViaKeyIs(ViaKey(1, 0, 0, 1));

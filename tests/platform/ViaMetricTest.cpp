@@ -139,10 +139,6 @@ TEST(ViaMetricStatusTree, PathIsCreatedOnceFoundAndNotifiedPerLevel) {
   byVrf->viaMetricStatusByTransportDel(4);
   EXPECT_EQ(log.take(), (Lines{"selector 2", "kind 3", "vrf 4"}));
   EXPECT_EQ(byVrf->find(a), nullptr);
-  EXPECT_EQ(table->typeName(), std::string("Routing::Rib::ViaMetricStatus"));
-  EXPECT_EQ(byProtocol->typeName(), std::string("Routing::Rib::ViaMetricStatusByProtocol"));
-  EXPECT_EQ(byTransport->typeName(), std::string("Routing::Rib::ViaMetricStatusByTransport"));
-  EXPECT_EQ(byVrf->typeName(), std::string("Routing::Rib::ViaMetricStatusByVrf"));
 }
 
 TEST(ViaMetricStatusTree, GenerationNotifiesOnlyOnChange) {

@@ -43,16 +43,6 @@ std::string errorText(F&& f) {
   return "no error";
 }
 
-TEST(Transport, KindGivesAddressFamily) {
-  using Routing::Rib::transportAf;
-  EXPECT_EQ(transportAf(ViaKey::kindIpv4), Pando::AddressFamily::ipv4);
-  EXPECT_EQ(transportAf(ViaKey::kindIpv6), Pando::AddressFamily::ipv6);
-  for (uint8_t kind : {ViaKey::kindNone, ViaKey::kindEvpn, uint8_t(4), uint8_t(255)}) {
-    EXPECT_EQ(transportAf(kind), Pando::AddressFamily::ipunknown) << unsigned(kind);
-  }
-  EXPECT_EQ(printed(RibType::unicast) + printed(RibType::mrib), "ribmrib");
-}
-
 TEST(MetricPref, PreferenceRanksBeforeMetric) {
   const std::vector<MetricPref> ascending = {{0, 0}, {0, 100}, {1, 0}, {1, 10}, {200, 0}};
   for (size_t i = 0; i < ascending.size(); ++i) {
