@@ -105,8 +105,10 @@ bool GlobalNextHopDependencyGraph::loopingRoute(const Pando::IpGenPrefix& prefix
   const Pando::IpGenAddr* nextHop = viaNextHop(via);
   if (nextHop == nullptr) return false;
   auto vrf = routes_.find(vrfId);
+  // No route installed in the VRF: only the asked prefix itself can resolve the next hop.
+  if (vrf == routes_.end()) return prefix.contains(*nextHop);
   std::unordered_set<Pando::IpGenPrefix, PrefixHash> visited;
-  return reaches(vrf == routes_.end() ? nullptr : &vrf->second, *nextHop, prefix, 0, visited);
+  return reaches(&vrf->second, *nextHop, prefix, 0, visited);
 }
 
 }  // namespace Routing::Rib::Ip
