@@ -1,5 +1,7 @@
 #include "IpRib/ProtocolRouteStatusSm.h"
 
+#include <algorithm>
+
 #include "Kel/Assert.h"
 #include "Kel/Duallog.h"
 #include "Kel/System.h"
@@ -318,10 +320,15 @@ RouteExplanation RouteStatusSm::explain(const Pando::IpGenPrefix& prefix) {
 }
 
 void RouteStatusSm::evaluate(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer) {
+  // The looked-up route is held until the evaluation ends.
+  evaluate(prefix, status_->route(prefix).ptr(), observer);
+}
+
+void RouteStatusSm::evaluate(const Pando::IpGenPrefix& prefix, const Route* route,
+                             RouteEvaluationObserver* observer) {
   ++evaluations_;
   RSM_TRACE(8, " handleRoute " << prefix);
-  Kel::Ptr<Route> route = status_->route(prefix);
-  if (!route) {
+  if (route == nullptr) {
     if (observer) observer->noRoute();
     delRoute(prefix, observer);
     return;
@@ -331,12 +338,12 @@ void RouteStatusSm::evaluate(const Pando::IpGenPrefix& prefix, RouteEvaluationOb
     if (observer) observer->notReady();
     return;
   }
-  // A nested evaluation (a RIB reactor re-entering) must not reuse the set in use.
+  // A nested evaluation (a RIB reactor re-entering) must not reuse the pick in use.
   const uint32_t depth = evaluationDepth_++;
-  Rib::Brisk::ViaSet local;
-  Rib::Brisk::ViaSet& viaSet = depth < 2 ? scratch_[depth] : local;
+  ViaPick local;
+  ViaPick& pick = depth < 2 ? scratch_[depth] : local;
   try {
-    evaluateRoute(*route, viaSet, observer);
+    evaluateRoute(*route, pick, observer);
   } catch (const Kel::Exception& e) {
     // Too many vias: this prefix keeps what the RIB has; the others go on.
     RSM_DUALLOG(0, " (" << prefix << "), evaluation abandoned: " << e.what(),
@@ -347,16 +354,16 @@ void RouteStatusSm::evaluate(const Pando::IpGenPrefix& prefix, RouteEvaluationOb
   --evaluationDepth_;
 }
 
-void RouteStatusSm::evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet,
+void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
                                   RouteEvaluationObserver* observer) {
   const Pando::IpGenPrefix& prefix = route.prefix();
+  Rib::Brisk::ViaSet& viaSet = pick.viaSet;
   for (const Kel::Ptr<RoutePref>& routePref : route.routePref()) {
     const RoutePreference pref = routePref->preference();
     viaSet.clear();
     uint32_t count = 0;
     bool labelled = false;
     bool mostPreferred = true;
-    ViaType winningType;
     if (observer) observer->preference(*routePref);
 
     for (const Kel::Ptr<DedupViaKeyByViaType>& byType : routePref->dedupViaKeyByViaType()) {
@@ -424,6 +431,7 @@ void RouteStatusSm::evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet
           continue;
         }
         viaSet.viaKeyIs(count, via);
+        pick.metric[count] = entry->metric();
         ++count;
         ++addedOfType;
         RSM_DUALLOG(9,
@@ -433,10 +441,7 @@ void RouteStatusSm::evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet
                     pref, via);
         if (observer) observer->via(via, entry->metric(), ViaVerdict::added);
       }
-      if (addedOfType > 0) {
-        winningType = viaType;
-        break;
-      }
+      if (addedOfType > 0) break;
       mostPreferred = false;
     }
 
@@ -450,7 +455,7 @@ void RouteStatusSm::evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet
     }
     if (observer) observer->preferenceDone(true);
     if (staticRouteMetric()) {
-      addRouteWithLowestMetric(prefix, routePref, viaSet, route.srcVrfId(), winningType, observer);
+      addRouteWithLowestMetric(prefix, *routePref, pick, route.srcVrfId(), observer);
     } else {
       addRoute(prefix, *routePref, viaSet, route.srcVrfId(), 0, observer);
     }
@@ -572,48 +577,54 @@ void RouteStatusSm::doAddRouteWithLowestMetric(const Pando::IpGenPrefix& prefix,
                                                const Kel::Ptr<RoutePref>& routePref,
                                                const Rib::Brisk::ViaSet& viaSet,
                                                Vrf::VrfIdMap::VrfId srcVrfId, ViaType viaType) {
-  addRouteWithLowestMetric(prefix, routePref, viaSet, srcVrfId, viaType, nullptr);
+  // The metrics an evaluation carries, looked up.
+  ViaPick pick;
+  pick.viaSet = viaSet;
+  if (!viaSet.empty()) {
+    const Kel::Ptr<DedupViaKeyByViaType> byType = routePref->dedupViaKeyByViaType(viaType);
+    KEL_ASSERT(byType);
+    for (uint32_t i = 0; i < viaSet.size(); ++i) {
+      const Kel::Ptr<DedupViaKeyMetric> entry = byType->dedupViaKey(viaSet.viaKey(i));
+      KEL_ASSERT(entry);
+      pick.metric[i] = entry->metric();
+    }
+  }
+  addRouteWithLowestMetric(prefix, *routePref, pick, srcVrfId, nullptr);
 }
 
 void RouteStatusSm::addRouteWithLowestMetric(const Pando::IpGenPrefix& prefix,
-                                             const Kel::Ptr<RoutePref>& routePref,
-                                             const Rib::Brisk::ViaSet& viaSet,
-                                             Vrf::VrfIdMap::VrfId srcVrfId, ViaType viaType,
+                                             const RoutePref& routePref, const ViaPick& pick,
+                                             Vrf::VrfIdMap::VrfId srcVrfId,
                                              RouteEvaluationObserver* observer) {
-  const RoutePreference pref = routePref->preference();
+  const RoutePreference pref = routePref.preference();
+  const Rib::Brisk::ViaSet& viaSet = pick.viaSet;
   if (viaSet.empty()) {
     RSM_TRACE(9, " (" << prefix << "), Adding route, Preference: " << unsigned(pref)
                       << " has zero vias in viaSet ");
-    addRoute(prefix, *routePref, viaSet, srcVrfId, 0, observer);
+    addRoute(prefix, routePref, viaSet, srcVrfId, 0, observer);
     return;
   }
-  const Kel::Ptr<DedupViaKeyByViaType> byType = routePref->dedupViaKeyByViaType(viaType);
-  KEL_ASSERT(byType);
-  RouteMetric lowest = 0xFFFFFFFF;
-  for (const Rib::ViaKey& via : viaSet) {
-    const Kel::Ptr<DedupViaKeyMetric> entry = byType->dedupViaKey(via);
-    KEL_ASSERT(entry);
-    if (entry->metric() < lowest) lowest = entry->metric();
-  }
+  const RouteMetric* metrics = pick.metric;
+  const RouteMetric lowest = *std::min_element(metrics, metrics + viaSet.size());
   // Scratch for the cut set: the other scratch slot when free, else a local.
   Rib::Brisk::ViaSet local;
   Rib::Brisk::ViaSet& lowestSet =
-      (&viaSet == &scratch_[0] && evaluationDepth_ == 1) ? scratch_[1] : local;
+      (&pick == &scratch_[0] && evaluationDepth_ == 1) ? scratch_[1].viaSet : local;
   lowestSet.clear();
   lowestSet.flagsIs(viaSet.flags());
   uint32_t n = 0;
-  for (const Rib::ViaKey& via : viaSet) {
-    const RouteMetric metric = byType->dedupViaKey(via)->metric();
-    if (metric == lowest) {
+  for (uint32_t i = 0; i < viaSet.size(); ++i) {
+    const Rib::ViaKey& via = viaSet.viaKey(i);
+    if (metrics[i] == lowest) {
       lowestSet.viaKeyIs(n++, via);
     } else if (observer) {
-      observer->via(via, metric, ViaVerdict::cutByMetric);
+      observer->via(via, metrics[i], ViaVerdict::cutByMetric);
     }
   }
   RSM_TRACE(9, " (" << prefix << "), Adding route, Preference: " << unsigned(pref) << ", with " << n
                     << " vias of metric: " << lowest);
   if (observer) observer->metricCut(lowest);
-  addRoute(prefix, *routePref, lowestSet, srcVrfId, lowest, observer);
+  addRoute(prefix, routePref, lowestSet, srcVrfId, lowest, observer);
 }
 
 void RouteStatusSm::doAddRoute(const Pando::IpGenPrefix& prefix,
@@ -629,10 +640,9 @@ void RouteStatusSm::addRoute(const Pando::IpGenPrefix& prefix, const RoutePref& 
   // A re-evaluation usually keeps the via set the route has: skip the dedup index.
   const Rib::RouteKey key(vrfId_, prefix);
   const Rib::Route* present = ribConfig_->route(key);
+  const bool sameViaSet = present && present->viaSet() && present->viaSet()->holds(viaSet);
   Kel::Ptr<const Rib::ViaSetEntry> entry =
-      present && present->viaSet() && present->viaSet()->holds(viaSet)
-          ? present->viaSet()
-          : viaSetConfig_->dedupConfigViaSetIs(viaSet);
+      sameViaSet ? present->viaSet() : viaSetConfig_->dedupConfigViaSetIs(viaSet);
   const RoutePreference pref = routePref.preference();
   RSM_DUALLOG(8,
               " (" << prefix << "), Adding route, Preference: " << unsigned(pref)
@@ -647,7 +657,9 @@ void RouteStatusSm::addRoute(const Pando::IpGenPrefix& prefix, const RoutePref& 
   route.viaSetIs(std::move(entry));
   route.srcVrfIdIs(srcVrfId);
   if (!routePref.installInFib()) route.flagsIs(Rib::Route::flagNoFibInstall);
-  ribConfig_->routeAdd(route);
+  // Rewriting the very route the RIB has changes nothing: skip its look-up.
+  // (`present` is still valid: reusing its via set wrote nothing.)
+  if (!sameViaSet || !(*present == route)) ribConfig_->routeAdd(route);
   if (observer) observer->added(route, viaSet.size());
 }
 
@@ -735,18 +747,37 @@ void RouteStatusSm::doReview() {
                   " RouteStatusSm: Starting review at %s", (*it)->prefix());
     }
   }
+  // Evaluations wait on cache misses: bring the routes ahead toward the cache,
+  // found again by hash at each step (one may have gone meanwhile).
+  Lookahead<uint32_t, routePrefetchSteps, 2> ahead;
+  Status::RouteMap::const_iterator next;
+  const auto pushAhead = [&] {
+    if (next == routes.end()) return;
+    ahead.push(next.hash(), [&routes](uint32_t hash, int step) {
+      if (const Kel::Ptr<Route>* route = routes.probable(hash)) prefetchRouteStep(**route, step);
+    });
+    ++next;
+  };
+  const auto restartAhead = [&] {
+    ahead.clear();
+    next = it;
+    for (uint32_t i = 0; i < ahead.lead; ++i) pushAhead();
+  };
+  restartAhead();
   const double start = Kel::System::currentTime();
   while (it != routes.end()) {
     // Evaluating may change the collection (a RIB reactor re-entering):
     // hold the route and re-seek behind it.
-    const Pando::IpGenPrefix prefix = (*it)->prefix();
+    const Kel::Ptr<Route> route = *it;
     const uint32_t size = routes.size();
-    handleRoute(prefix);
+    evaluate(route->prefix(), route.ptr(), nullptr);
     if (routes.size() != size) {
-      it = routes.seek(prefix);
-      if (it != routes.end() && (*it)->prefix() == prefix) ++it;
+      it = routes.seek(route->prefix());
+      if (it != routes.end() && (*it)->prefix() == route->prefix()) ++it;
+      restartAhead();
     } else {
       ++it;
+      pushAhead();
     }
     if (start + reviewQuantum_ <= Kel::System::currentTime()) {
       if (it == routes.end()) break;

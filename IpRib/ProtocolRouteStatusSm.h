@@ -9,7 +9,9 @@
 // kept. Changes that affect all vias (a via metric or dependency graph table
 // changing as a whole) schedule a full review, which runs in slices of
 // `reviewQuantum` seconds from a prefix bookmark on the framework clock, so
-// the event loop is never held longer than one slice plus one evaluation.
+// the event loop is never held longer than one slice plus one evaluation. A
+// review evaluates the routes it holds in place and prefetches those ahead:
+// at scale, evaluations wait on cache misses, not on work.
 //
 // explain(prefix) runs the very same evaluation with an observer and returns
 // what it saw; nobody asking costs one pointer test per step.
@@ -171,13 +173,19 @@ class RouteStatusSm final : public Kel::NotifieeBase {
                     const Rib::ViaKey& vtepVia, RoutePreference pref) const;
   ViaCheck checkEvpnVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via,
                         const Rib::ViaKey& vtepVia) const;
+  // The vias an evaluation picks and, slot for slot, their protocol metrics.
+  struct ViaPick {
+    Rib::Brisk::ViaSet viaSet;
+    RouteMetric metric[Rib::Brisk::ViaSet::maxVias];
+  };
   void evaluate(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer);
-  void evaluateRoute(const Route& route, Rib::Brisk::ViaSet& viaSet,
-                     RouteEvaluationObserver* observer);
-  void addRouteWithLowestMetric(const Pando::IpGenPrefix& prefix,
-                                const Kel::Ptr<RoutePref>& routePref,
-                                const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId,
-                                ViaType viaType, RouteEvaluationObserver* observer);
+  // `route` is the status's route for `prefix` (null when none), held by the caller.
+  void evaluate(const Pando::IpGenPrefix& prefix, const Route* route,
+                RouteEvaluationObserver* observer);
+  void evaluateRoute(const Route& route, ViaPick& pick, RouteEvaluationObserver* observer);
+  void addRouteWithLowestMetric(const Pando::IpGenPrefix& prefix, const RoutePref& routePref,
+                                const ViaPick& pick, Vrf::VrfIdMap::VrfId srcVrfId,
+                                RouteEvaluationObserver* observer);
   void addRoute(const Pando::IpGenPrefix& prefix, const RoutePref& routePref,
                 const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId, RouteMetric metric,
                 RouteEvaluationObserver* observer);
@@ -221,9 +229,9 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   bool staticRouteMetric_ = true;
   uint64_t evaluations_ = 0;
   uint64_t reviewSlices_ = 0;
-  // Scratch via sets: evaluation must not allocate. A nested evaluation
+  // Scratch picks: evaluation must not allocate. A nested evaluation
   // (a RIB reactor re-entering) takes a fresh one.
-  Rib::Brisk::ViaSet scratch_[2];
+  ViaPick scratch_[2];
   uint32_t evaluationDepth_ = 0;
 
   Kel::NestedReactor<KelStatus> kelStatus_;

@@ -506,21 +506,60 @@ void ViaMetricStatusSm::handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transpo
                 << " key: " << viaKey);
   const Kel::Ptr<RouteByViaKey> rbvk = routeByViaKey(viaKey);
   if (!rbvk) return;
-  for (const PrefixPrefVrfId& e : rbvk->route()) {
+  const auto stamp = [this](const PrefixPrefVrfId& e) {
     KEL_TRACE(trace, 9, "handleViaMetric looking at " << e.str());
     const RouteStatusKey rsk(e.vrfId(), e.prefix().af());
     const Kel::Ptr<Status> status = routeStatusDir_->status(rsk);
     if (!status) {
       KEL_TRACE(trace, 9, "handleViaMetric no status for this route");
-      continue;
+      return;
     }
     const Kel::Ptr<Route> route = status->route(e.prefix());
     if (!route) {
       KEL_TRACE(trace, 9, "handleViaMetric no route from " << rsk);
-      continue;
+      return;
     }
     KEL_TRACE(trace, 9, "handleViaMetric setting route changed on " << e.str());
     route->routeChangedAtIs(Kel::System::currentTime());
+  };
+  const Kel::HashedSet<PrefixPrefVrfId>& routes = rbvk->route();
+  // Each stamp re-evaluates its route at once, and waits on cache misses:
+  // bring the routes ahead toward the cache (their status slot first), found
+  // again by hash at each step. A few routes would never reach the later
+  // steps, and are not worth the ring.
+  struct Upcoming {
+    Kel::Ptr<const Status> status;
+    uint32_t hash;
+  };
+  using Ahead = Lookahead<Upcoming, 1 + routePrefetchSteps, 2>;
+  if (routes.size() <= Ahead::lead) {
+    for (const PrefixPrefVrfId& e : routes) stamp(e);
+    return;
+  }
+  Ahead ahead;
+  auto next = routes.begin();
+  Kel::Ptr<const Status> nextStatus;  // of the last route pushed: mostly all of them
+  const auto pushAhead = [&] {
+    if (next == routes.end()) return;
+    const PrefixPrefVrfId& e = *next;
+    ++next;
+    const RouteStatusKey rsk(e.vrfId(), e.prefix().af());
+    if (!nextStatus || !(nextStatus->key() == rsk)) nextStatus = routeStatusDir_->status(rsk);
+    if (!nextStatus) return;
+    const uint32_t hash = nextStatus->route().hashOf(e.prefix());
+    ahead.push({nextStatus, hash}, [](const Upcoming& u, int stage) {
+      const Status::RouteMap& map = u.status->route();
+      if (stage == 0) {
+        map.prefetch(u.hash);
+      } else if (const Kel::Ptr<Route>* route = map.probable(u.hash)) {
+        prefetchRouteStep(**route, stage - 1);
+      }
+    });
+  };
+  for (uint32_t i = 0; i < Ahead::lead; ++i) pushAhead();
+  for (const PrefixPrefVrfId& e : routes) {
+    pushAhead();
+    stamp(e);
   }
 }
 

@@ -8,13 +8,15 @@ namespace Kel {
 
 Entity::Hub* Entity::Hub::make(uint32_t capacity) {
   static_assert(sizeof(Hub) % alignof(NotifieeBase*) == 0);
-  Hub* hub = static_cast<Hub*>(::operator new(sizeof(Hub) + capacity * sizeof(NotifieeBase*)));
+  Hub* hub = static_cast<Hub*>(Pool::allocate(bytes(capacity)));
   hub->size = 0;
   hub->capacity = capacity;
   hub->depth = 0;
   hub->holes = false;
   return hub;
 }
+
+void Entity::Hub::release(Hub* hub) { Pool::deallocate(hub, bytes(hub->capacity)); }
 
 void Entity::Hub::compact() {
   NotifieeBase** l = list();
@@ -24,7 +26,7 @@ void Entity::Hub::compact() {
 
 // Reactors hold their entity by Ptr, so none is bound any more here.
 Entity::~Entity() {
-  if (reactors_ & hubTag) ::operator delete(hub());
+  if (reactors_ & hubTag) Hub::release(hub());
 }
 
 size_t Entity::notifieeCount() const {
@@ -50,7 +52,7 @@ void Entity::attach(NotifieeBase* r) const {
     bigger->size = hub->size;
     bigger->depth = hub->depth;
     bigger->holes = hub->holes;
-    ::operator delete(hub);
+    Hub::release(hub);
     hub = bigger;
     reactors_ = reinterpret_cast<uintptr_t>(hub) | hubTag;
   }
@@ -75,9 +77,15 @@ void Entity::detach(NotifieeBase* r) const {
   }
 }
 
+// Nested groups are members of the derived reactor: gone before this runs.
 NotifieeBase::~NotifieeBase() {
   if (notifier_) notifier_->detach(this);
-  for (NestedReactorGroup* g = groups_; g != nullptr; g = g->next_) g->owner_ = nullptr;
+}
+
+NestedReactorGroup* NotifieeBase::group(uint16_t place) const {
+  if (place == 0) return nullptr;
+  return reinterpret_cast<NestedReactorGroup*>(
+      reinterpret_cast<char*>(const_cast<NotifieeBase*>(this)) + size_t(place) * sizeof(void*));
 }
 
 void NotifieeBase::notifierBaseIs(const Entity* e) {
@@ -91,26 +99,37 @@ void NotifieeBase::notifierBaseIs(const Entity* e) {
 
 void NotifieeBase::doHandleDel() {
   handleDel();
-  for (NestedReactorGroup* g = groups_; g != nullptr; g = g->next_) g->handleOwnerDel();
+  for (NestedReactorGroup* g = group(firstGroup_); g != nullptr; g = g->next()) {
+    g->handleOwnerDel();
+  }
 }
 
 void NotifieeBase::hasNotificationActiveIs(bool active) {
   if (active_ == active) return;
   active_ = active;
-  for (NestedReactorGroup* g = groups_; g != nullptr; g = g->next_) {
+  for (NestedReactorGroup* g = group(firstGroup_); g != nullptr; g = g->next()) {
     g->hasNotificationActiveIs(active);
   }
 }
 
-NestedReactorGroup::NestedReactorGroup(NotifieeBase* owner) : owner_(owner), next_(owner->groups_) {
-  owner->groups_ = this;
+NestedReactorGroup::NestedReactorGroup(NotifieeBase* owner)
+    : ownerDistance_(uint32_t(reinterpret_cast<char*>(this) - reinterpret_cast<char*>(owner))),
+      next_(owner->firstGroup_) {
+  const size_t place = ownerDistance_ / sizeof(void*);
+  KEL_ASSERT(reinterpret_cast<char*>(this) > reinterpret_cast<char*>(owner) &&
+             ownerDistance_ % sizeof(void*) == 0 && place <= UINT16_MAX);
+  owner->firstGroup_ = uint16_t(place);
 }
 
 NestedReactorGroup::~NestedReactorGroup() {
-  if (owner_ == nullptr) return;
-  NestedReactorGroup** p = &owner_->groups_;
-  while (*p != this) p = &(*p)->next_;
+  NotifieeBase* o = owner();
+  const uint16_t place = uint16_t(ownerDistance_ / sizeof(void*));
+  uint16_t* p = &o->firstGroup_;
+  while (*p != place) p = &o->group(*p)->next_;
   *p = next_;
 }
+
+static_assert(sizeof(NotifieeBase) == 3 * sizeof(void*), "a reactor's base is three words");
+static_assert(sizeof(NestedReactorGroup) == 2 * sizeof(void*), "a group is two words");
 
 }  // namespace Kel

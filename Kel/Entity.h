@@ -83,6 +83,10 @@ class Entity : public PtrInterface {
     bool holes;
     NotifieeBase** list() { return reinterpret_cast<NotifieeBase**>(this + 1); }
     static Hub* make(uint32_t capacity);
+    static void release(Hub* hub);
+    static size_t bytes(uint32_t capacity) {
+      return sizeof(Hub) + capacity * sizeof(NotifieeBase*);
+    }
     void compact();
   };
   static bool isActive(const NotifieeBase* r);
@@ -102,6 +106,13 @@ class NestedReactorGroup;
 class NotifieeBase : public PtrInterface {
  public:
   ~NotifieeBase() override;
+  // Reactors have an arena of their own: passes over entities do not read them.
+  static void* operator new(std::size_t size) {
+    return Pool::allocate(size, Pool::Arena::reactors);
+  }
+  static void operator delete(void* p, std::size_t size) noexcept {
+    Pool::deallocate(p, size, Pool::Arena::reactors);
+  }
 
   bool hasNotificationActive() const { return active_; }
   // Switches this reactor and all its nested reactors on or off.
@@ -120,10 +131,13 @@ class NotifieeBase : public PtrInterface {
  private:
   friend class Entity;
   friend class NestedReactorGroup;
-  // First, so that it shares a word with the reference count.
+  NestedReactorGroup* group(uint16_t place) const;
+  // These two share a word with the reference count.
   bool active_ = true;
+  // The first group of nested reactors (groups are members of their owner),
+  // by its place: its distance from this object in words; 0 for none.
+  uint16_t firstGroup_ = 0;
   Ptr<Entity> notifier_;
-  NestedReactorGroup* groups_ = nullptr;
 };
 
 inline bool Entity::isActive(const NotifieeBase* r) { return r->active_; }
@@ -138,8 +152,9 @@ class NotifieeOf : public NotifieeBase {
   void notifierIs(const E* e) { notifierBaseIs(e); }
 };
 
-// A collection of nested reactors registers itself with its owner so that
-// hasNotificationActiveIs reaches every nested reactor.
+// A collection of nested reactors, a member of its owner reactor, registers
+// itself with it so that hasNotificationActiveIs and handleDel reach every
+// nested reactor.
 class NestedReactorGroup {
  public:
   explicit NestedReactorGroup(NotifieeBase* owner);
@@ -147,15 +162,22 @@ class NestedReactorGroup {
   NestedReactorGroup(const NestedReactorGroup&) = delete;
   NestedReactorGroup& operator=(const NestedReactorGroup&) = delete;
 
-  bool ownerActive() const { return owner_->active_; }
+  bool ownerActive() const { return owner()->active_; }
   virtual void hasNotificationActiveIs(bool active) = 0;
   // The owner's entity is deleted: delete every nested reactor.
   virtual void handleOwnerDel() = 0;
 
  private:
   friend class NotifieeBase;
-  NotifieeBase* owner_;
-  NestedReactorGroup* next_;
+  // A group lives inside its owner: distances instead of pointers keep the
+  // chain in the owner's spare bytes and the group at two words.
+  NotifieeBase* owner() const {
+    return reinterpret_cast<NotifieeBase*>(
+        reinterpret_cast<char*>(const_cast<NestedReactorGroup*>(this)) - ownerDistance_);
+  }
+  NestedReactorGroup* next() const { return owner()->group(next_); }
+  uint32_t ownerDistance_;  // bytes from the owner to this group
+  uint16_t next_;           // the owner's next group, by place; 0 for none
 };
 
 }  // namespace Kel

@@ -14,6 +14,8 @@
 #include <new>
 #include <utility>
 
+#include "Kel/Pool.h"
+
 namespace Kel {
 
 template <class Traits>
@@ -22,13 +24,14 @@ class FlatMap {
   using Entry = typename Traits::Entry;
   using Key = typename Traits::Key;
   using const_iterator = const Entry*;
+  static_assert(alignof(Entry) <= alignof(void*), "pooled blocks are word-aligned");
 
   FlatMap() = default;
   FlatMap(const FlatMap&) = delete;
   FlatMap& operator=(const FlatMap&) = delete;
   ~FlatMap() {
     clearEntries();
-    if (capacity_ > 1) ::operator delete(heap_);
+    if (capacity_ > 1) Pool::deallocate(heap_, bytes());
   }
 
   uint32_t size() const { return size_; }
@@ -111,13 +114,13 @@ class FlatMap {
       capacity_ = capacity;
       return;
     }
-    Entry* fresh = static_cast<Entry*>(::operator new(sizeof(Entry) * capacity));
+    Entry* fresh = static_cast<Entry*>(Pool::allocate(sizeof(Entry) * capacity));
     Entry* d = data();
     for (uint32_t i = 0; i < size_; ++i) {
       new (fresh + i) Entry(std::move(d[i]));
       d[i].~Entry();
     }
-    if (capacity_ > 1) ::operator delete(heap_);
+    if (capacity_ > 1) Pool::deallocate(heap_, bytes());
     heap_ = fresh;
     capacity_ = capacity;
   }

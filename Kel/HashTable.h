@@ -15,8 +15,11 @@
 // Costs: find, insert, erase are O(1) expected (insert and erase shift the
 // rest of a cluster); growth is linear and keeps the order.
 //
-// Traits: `Entry` (stored), `Key`, `static KeyRef key(const Entry&)` and
-// `static uint32_t hash(const Key&)`; keys need == and <.
+// Traits: `Entry` (stored), `Key`, `KeyRef key(const Entry&)` and
+// `uint32_t hash(const Key&)`; keys need == and <. The traits may carry state
+// (a table made with a traits object calls it); they may also name a `vacant`
+// Entry value, never stored, that marks free slots in place of a used flag,
+// so small trivially copyable entries make small slots.
 #pragma once
 
 #include <algorithm>
@@ -24,7 +27,11 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
+#include <type_traits>
 #include <utility>
+
+#include "Kel/HugePages.h"
 
 namespace Kel {
 
@@ -35,6 +42,73 @@ inline constexpr uint32_t collectionHashSeed = 0x5eed1e55u;
 // that mirror a collection (nested reactors) hash with a seed of their own.
 inline constexpr uint32_t mirrorHashSeed = collectionHashSeed ^ 0x9e3779b9u;
 
+namespace detail {
+
+template <class Traits>
+concept NamesVacant = requires {
+  Traits::vacant;
+};
+
+// A HashTable slot: the hash, the entry and a used flag.
+template <class Traits, bool = NamesVacant<Traits>>
+struct HashSlot {
+  using Entry = typename Traits::Entry;
+  uint32_t hash;
+  bool used_;
+  alignas(Entry) unsigned char storage[sizeof(Entry)];
+
+  bool used() const { return used_; }
+  Entry& entry() { return *std::launder(reinterpret_cast<Entry*>(storage)); }
+  const Entry& entry() const { return *std::launder(reinterpret_cast<const Entry*>(storage)); }
+  // On raw memory too.
+  void clear() { used_ = false; }
+  void put(uint32_t h, Entry&& e) {
+    new (storage) Entry(std::move(e));
+    hash = h;
+    used_ = true;
+  }
+  Entry take() {
+    Entry out(std::move(entry()));
+    entry().~Entry();
+    used_ = false;
+    return out;
+  }
+  void moveFrom(HashSlot& from) {
+    new (storage) Entry(std::move(from.entry()));
+    from.entry().~Entry();
+    hash = from.hash;
+    used_ = true;
+    from.used_ = false;
+  }
+  void destroy() { entry().~Entry(); }
+};
+
+// The traits name a vacant entry: it marks a free slot.
+template <class Traits>
+struct HashSlot<Traits, true> {
+  using Entry = typename Traits::Entry;
+  static_assert(std::is_trivially_copyable_v<Entry>);
+  uint32_t hash;
+  Entry e;
+
+  bool used() const { return !(e == Traits::vacant); }
+  Entry& entry() { return e; }
+  const Entry& entry() const { return e; }
+  void clear() { e = Traits::vacant; }
+  void put(uint32_t h, Entry&& v) {
+    e = v;
+    hash = h;
+  }
+  Entry take() { return std::exchange(e, Traits::vacant); }
+  void moveFrom(HashSlot& from) {
+    e = std::exchange(from.e, Traits::vacant);
+    hash = from.hash;
+  }
+  void destroy() {}
+};
+
+}  // namespace detail
+
 template <class Traits>
 class HashTable {
  public:
@@ -42,13 +116,7 @@ class HashTable {
   using Key = typename Traits::Key;
 
  private:
-  struct Slot {
-    uint32_t hash;
-    bool used;
-    alignas(Entry) unsigned char storage[sizeof(Entry)];
-    Entry& entry() { return *std::launder(reinterpret_cast<Entry*>(storage)); }
-    const Entry& entry() const { return *std::launder(reinterpret_cast<const Entry*>(storage)); }
-  };
+  using Slot = detail::HashSlot<Traits>;
 
  public:
   static constexpr uint32_t denseMax = 8;
@@ -75,6 +143,7 @@ class HashTable {
   };
 
   HashTable() = default;
+  explicit HashTable(const Traits& traits) : traits_(traits) {}
   HashTable(const HashTable&) = delete;
   HashTable& operator=(const HashTable&) = delete;
   ~HashTable() { release(); }
@@ -89,54 +158,66 @@ class HashTable {
 
   // The first element at or after `key`'s place in iteration order.
   const_iterator seek(const Key& key) const {
-    const uint32_t h = Traits::hash(key);
+    const uint32_t h = traits_.hash(key);
     uint32_t i = home(h);
     for (; i < slotCount_; ++i) {
       const Slot& s = slots_[i];
-      if (s.used && !less(s, h, key)) break;
+      if (s.used() && !less(s, h, key)) break;
     }
     return const_iterator(this, i);
   }
 
   const Entry* find(const Key& key) const {
-    const uint32_t h = Traits::hash(key);
-    for (uint32_t i = home(h); i < slotCount_; ++i) {
-      const Slot& s = slots_[i];
-      if (!s.used || s.hash > h) return nullptr;
-      if (s.hash == h && Traits::key(s.entry()) == key) return &s.entry();
-    }
-    return nullptr;
+    const uint32_t i = slotOf(key);
+    return i == slotCount_ ? nullptr : &slots_[i].entry();
   }
   Entry* find(const Key& key) {
     return const_cast<Entry*>(static_cast<const HashTable*>(this)->find(key));
   }
 
+  // Look-ahead for passes over many keys, by hash (hashOf, or an iterator's
+  // hash()): prefetch starts loading the slot where a look-up begins; once it
+  // is in cache, probable reads no key, so it never misses on one: it returns
+  // the entry of that hash (the key's, unless another shares the hash) or null.
+  uint32_t hashOf(const Key& key) const { return traits_.hash(key); }
+  void prefetch(uint32_t h) const {
+    __builtin_prefetch(slots_ + home(h));
+    // Keeps it: a caller of loads and prefetches alone would count as pure, its calls dropped.
+    asm volatile("" : : "r"(slots_));
+  }
+  const Entry* probable(uint32_t h) const {
+    for (uint32_t i = home(h); i < slotCount_; ++i) {
+      const Slot& s = slots_[i];
+      if (!s.used() || s.hash > h) return nullptr;
+      if (s.hash == h) return &s.entry();
+    }
+    return nullptr;
+  }
+
   // Inserts `entry` unless its key is present; returns the stored entry and
   // whether it was inserted.
   std::pair<Entry*, bool> insert(Entry&& entry) {
-    const uint32_t h = Traits::hash(Traits::key(entry));
+    const uint32_t h = traits_.hash(traits_.key(entry));
     for (;;) {
       uint32_t p = home(h);
       for (; p < slotCount_; ++p) {
         Slot& s = slots_[p];
-        if (!s.used || s.hash > h) break;
+        if (!s.used() || s.hash > h) break;
         if (s.hash == h) {
-          const auto& k = Traits::key(s.entry());
-          if (k == Traits::key(entry)) return {&s.entry(), false};
-          if (Traits::key(entry) < k) break;
+          const auto& k = traits_.key(s.entry());
+          if (k == traits_.key(entry)) return {&s.entry(), false};
+          if (traits_.key(entry) < k) break;
         }
       }
       const bool underLimit = size_ + 1 <= loadLimit();
       if (underLimit) {
         uint32_t e = p;
-        while (e < slotCount_ && slots_[e].used) ++e;
+        while (e < slotCount_ && slots_[e].used()) ++e;
         if (e < slotCount_) {
           shiftRight(p, e);
           first_ = std::min(first_, p);
           Slot& s = slots_[p];
-          new (s.storage) Entry(std::move(entry));
-          s.hash = h;
-          s.used = true;
+          s.put(h, std::move(entry));
           ++size_;
           return {&s.entry(), true};
         }
@@ -146,35 +227,26 @@ class HashTable {
   }
 
   bool erase(const Key& key) {
-    const uint32_t h = Traits::hash(key);
-    for (uint32_t i = home(h); i < slotCount_; ++i) {
-      Slot& s = slots_[i];
-      if (!s.used || s.hash > h) return false;
-      if (s.hash == h && Traits::key(s.entry()) == key) {
-        // Move the entry out first: its destructor may re-enter this table.
-        [[maybe_unused]] Entry gone(std::move(s.entry()));
-        s.entry().~Entry();
-        s.used = false;
-        --size_;
-        closeGap(i);
-        return true;
-      }
-    }
-    return false;
+    const uint32_t i = slotOf(key);
+    if (i == slotCount_) return false;
+    // The entry dies once the table is whole: its destructor may re-enter it.
+    removeAt(i);
+    return true;
+  }
+
+  // Removes and returns the element with `key`, if present.
+  std::optional<Entry> extract(const Key& key) {
+    const uint32_t i = slotOf(key);
+    if (i == slotCount_) return std::nullopt;
+    return removeAt(i);
   }
 
   // Removes and returns the first element; the table must not be empty.
   Entry popFront() {
     // Start at the hint: rescanning the emptied front on every pop would make
     // emptying a large table quadratic.
-    const uint32_t i = first_ = nextUsed(first_);
-    Slot& s = slots_[i];
-    Entry out(std::move(s.entry()));
-    s.entry().~Entry();
-    s.used = false;
-    --size_;
-    closeGap(i);
-    return out;
+    first_ = nextUsed(first_);
+    return removeAt(first_);
   }
 
   void clear() {
@@ -190,33 +262,43 @@ class HashTable {
   uint32_t loadLimit() const {
     return bits_ == 0 ? slotCount_ : homeCount() - homeCount() / 8;  // 7/8 of the homes
   }
-  static bool less(const Slot& s, uint32_t h, const Key& key) {
-    return s.hash < h || (s.hash == h && Traits::key(s.entry()) < key);
+  bool less(const Slot& s, uint32_t h, const Key& key) const {
+    return s.hash < h || (s.hash == h && traits_.key(s.entry()) < key);
   }
   uint32_t nextUsed(uint32_t i) const {
-    while (i < slotCount_ && !slots_[i].used) ++i;
+    while (i < slotCount_ && !slots_[i].used()) ++i;
     return i;
   }
 
-  static void moveSlot(Slot& to, Slot& from) {
-    new (to.storage) Entry(std::move(from.entry()));
-    from.entry().~Entry();
-    to.hash = from.hash;
-    to.used = true;
-    from.used = false;
+  // The slot holding `key`, or slotCount_.
+  uint32_t slotOf(const Key& key) const {
+    const uint32_t h = traits_.hash(key);
+    for (uint32_t i = home(h); i < slotCount_; ++i) {
+      const Slot& s = slots_[i];
+      if (!s.used() || s.hash > h) break;
+      if (s.hash == h && traits_.key(s.entry()) == key) return i;
+    }
+    return slotCount_;
+  }
+
+  Entry removeAt(uint32_t i) {
+    Entry out = slots_[i].take();
+    --size_;
+    closeGap(i);
+    return out;
   }
 
   // Slots [p, e) move one to the right; e is free.
   void shiftRight(uint32_t p, uint32_t e) {
-    for (uint32_t j = e; j > p; --j) moveSlot(slots_[j], slots_[j - 1]);
+    for (uint32_t j = e; j > p; --j) slots_[j].moveFrom(slots_[j - 1]);
   }
 
   // Slot i was freed: pull back the displaced elements behind it.
   void closeGap(uint32_t i) {
     for (uint32_t j = i + 1; j < slotCount_; ++j) {
       Slot& s = slots_[j];
-      if (!s.used || home(s.hash) == j) break;
-      moveSlot(slots_[j - 1], s);
+      if (!s.used() || home(s.hash) == j) break;
+      slots_[j - 1].moveFrom(s);
     }
   }
 
@@ -238,27 +320,27 @@ class HashTable {
     }
     Slot* old = slots_;
     const uint32_t oldCount = slotCount_;
-    slots_ = static_cast<Slot*>(::operator new(sizeof(Slot) * newSlots));
-    for (uint32_t i = 0; i < newSlots; ++i) slots_[i].used = false;
+    slots_ = static_cast<Slot*>(HugePages::allocate(sizeof(Slot) * newSlots));
+    for (uint32_t i = 0; i < newSlots; ++i) slots_[i].clear();
     slotCount_ = newSlots;
     bits_ = newBits;
     first_ = 0;
     // Old slots are in final order: each lands at max(its home, previous + 1).
     uint32_t next = 0;
     for (uint32_t i = 0; i < oldCount; ++i) {
-      if (!old[i].used) continue;
+      if (!old[i].used()) continue;
       uint32_t p = std::max(next, home(old[i].hash));
-      moveSlot(slots_[p], old[i]);
+      slots_[p].moveFrom(old[i]);
       next = p + 1;
     }
-    ::operator delete(old);
+    HugePages::release(old, sizeof(Slot) * oldCount);
   }
 
   // The slot the last element would take with `bits` home bits.
   uint32_t lastPlaceWith(uint32_t bits) const {
     uint32_t next = 0;
     for (uint32_t i = 0; i < slotCount_; ++i) {
-      if (slots_[i].used) next = std::max(next, slots_[i].hash >> (32 - bits)) + 1;
+      if (slots_[i].used()) next = std::max(next, slots_[i].hash >> (32 - bits)) + 1;
     }
     return next == 0 ? 0 : next - 1;
   }
@@ -267,14 +349,15 @@ class HashTable {
 
   void release() {
     for (uint32_t i = 0; i < slotCount_; ++i) {
-      if (slots_[i].used) slots_[i].entry().~Entry();
+      if (slots_[i].used()) slots_[i].destroy();
     }
-    ::operator delete(slots_);
+    HugePages::release(slots_, sizeof(Slot) * slotCount_);
     slots_ = nullptr;
     slotCount_ = size_ = first_ = 0;
     bits_ = 0;
   }
 
+  [[no_unique_address]] Traits traits_;
   Slot* slots_ = nullptr;
   uint32_t slotCount_ = 0;
   uint32_t size_ = 0;

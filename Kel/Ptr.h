@@ -3,10 +3,15 @@
 // Contract: one thread, so the count is a plain integer. Owners hold children
 // by Ptr; back pointers are raw, so no cycle keeps anything alive. Dropping the
 // last Ptr deletes the object at once, through its virtual destructor.
+// Such objects are many and small: they live in the framework's pool.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <new>
 #include <utility>
+
+#include "Kel/Pool.h"
 
 namespace Kel {
 
@@ -16,6 +21,11 @@ class PtrInterface {
   PtrInterface(const PtrInterface&) = delete;
   PtrInterface& operator=(const PtrInterface&) = delete;
   virtual ~PtrInterface() = default;
+
+  // The virtual destructor passes the dynamic type's size to delete.
+  static void* operator new(std::size_t size) { return Pool::allocate(size); }
+  static void operator delete(void* p, std::size_t size) noexcept { Pool::deallocate(p, size); }
+  static void* operator new(std::size_t, void* place) noexcept { return place; }
 
   uint32_t references() const { return references_; }
   void newRef() const { ++references_; }

@@ -2,7 +2,9 @@
 // every form, are replaced so that the blocks made while a Counting scope
 // lives are recorded with their requested size; live() tells what the
 // recorded blocks still hold: the bytes requested and the bytes malloc
-// reserves for them (its usable size plus the 8-byte chunk header).
+// reserves for them (its usable size plus the 8-byte chunk header). The
+// framework's pooled blocks count too: their requested sizes, and the block
+// sizes they hold (the pool's chunks bypass operator new).
 //
 // Include it from exactly one file of a benchmark binary (it defines the
 // replacement operators). Outside a Counting scope an allocation costs one
@@ -18,6 +20,9 @@
 #include <cstdlib>
 #include <map>
 #include <new>
+#include <utility>
+
+#include "Kel/Pool.h"
 
 namespace Bench {
 
@@ -149,18 +154,26 @@ inline constexpr size_t plainAlign = alignof(std::max_align_t);
 
 }  // namespace detail
 
-// What the recorded blocks hold now.
-inline Bytes live() { return detail::live; }
+// What the recorded blocks and the pooled ones hold now.
+inline Bytes live() {
+  const Kel::Pool::Usage pooled = Kel::Pool::usage();
+  return {detail::live.requested + int64_t(pooled.requested),
+          detail::live.reserved + int64_t(pooled.held)};
+}
 
-using BlockCounts = std::map<size_t, int64_t>;
+// (pooled, size) to count.
+using BlockCounts = std::map<std::pair<bool, size_t>, int64_t>;
 
-// The recorded live blocks by requested size: size to count. Made with
-// recording off, so it is not recorded itself.
+// The recorded live heap blocks by requested size, and the pooled ones by
+// block size. Made with recording off, so it is not recorded itself.
 inline BlockCounts liveBlocksBySize() {
   const bool was = detail::counting;
   detail::counting = false;
   BlockCounts bySize;
-  detail::sizes.forEach([&](void*, size_t n) { ++bySize[n]; });
+  detail::sizes.forEach([&](void*, size_t n) { ++bySize[{false, n}]; });
+  for (size_t size = 8; size <= Kel::Pool::largest; size += 8) {
+    if (const size_t n = Kel::Pool::liveBlocks(size)) bySize[{true, size}] = int64_t(n);
+  }
   detail::counting = was;
   return bySize;
 }
@@ -183,17 +196,18 @@ inline int64_t chunkFor(size_t n) {
 }
 
 // Prints to stderr the live blocks made between two snapshots, by requested
-// size, divided by `per` (the routes, say).
+// size (pooled: by block size, marked "p"), divided by `per` (the routes, say).
 inline void printBlocks(const char* phase, const BlockCounts& before, const BlockCounts& after,
                         double per) {
   std::fprintf(stderr, "%s, per route:\n%10s %10s %10s %10s\n", phase, "block B", "blocks",
                "requested", "reserved");
-  for (const auto& [size, n] : after) {
-    const auto b = before.find(size);
+  for (const auto& [key, n] : after) {
+    const auto [pooled, size] = key;
+    const auto b = before.find(key);
     const double blocks = double(n - (b != before.end() ? b->second : 0)) / per;
     if (blocks * double(size) < 0.5) continue;
-    std::fprintf(stderr, "%10zu %10.3f %10.1f %10.1f\n", size, blocks, blocks * double(size),
-                 blocks * double(chunkFor(size)));
+    std::fprintf(stderr, "%9zu%s %10.3f %10.1f %10.1f\n", size, pooled ? "p" : " ", blocks,
+                 blocks * double(size), blocks * double(pooled ? size : chunkFor(size)));
   }
 }
 

@@ -374,8 +374,11 @@ void BM_Memory(benchmark::State& state) {
       Bench::printBlocks("status store and reactors", blocksBefore, blocksLoaded,
                          double(routeCount));
       Bench::printBlocks("RIB output", blocksLoaded, Bench::liveBlocksBySize(), double(routeCount));
-      const size_t slots = w.ribConfig->route().bytes();
-      ribRoutes = {int64_t(slots), Bench::chunkFor(slots)};
+      ribRoutes = {};
+      w.ribConfig->route().forEachBlock([&](size_t n) {
+        ribRoutes.requested += int64_t(n);
+        ribRoutes.reserved += Bench::chunkFor(n);
+      });
       if (w.ribConfig->routeSize() != routeCount) state.SkipWithError("the RIB is incomplete");
     }
     if (!(Bench::live() == start)) state.SkipWithError("memory leaked");

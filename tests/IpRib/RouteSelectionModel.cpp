@@ -133,7 +133,7 @@ ModelRoute modelRouteOf(const Rib::Route& route) {
   r.metric = route.metricPref().metric;
   if (route.viaSet()) {
     r.viaSetFlags = route.viaSet()->flags();
-    r.vias = route.viaSet()->viaKeys();
+    r.vias.assign(route.viaSet()->viaKeys().begin(), route.viaSet()->viaKeys().end());
   }
   r.tag = route.tag();
   r.installInFib = (route.flags() & Rib::Route::flagNoFibInstall) == 0;

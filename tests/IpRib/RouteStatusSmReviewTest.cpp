@@ -115,6 +115,51 @@ TEST_F(ReviewTest, APausedReviewVisitsEveryRouteThatStaysExactlyOnce) {
   }
 }
 
+// The review reads ahead of the route it evaluates; a RIB reactor deleting
+// protocol routes mid-review (ahead of it or behind) must not trip it.
+TEST_F(ReviewTest, RoutesDeletedByARibReactorMidReviewAreLeftAndTheRestReviewedOnce) {
+  for (uint32_t i = 0; i < 60; ++i) {
+    w.addVia(prefixOf(i), 1, V::viaIntfNextHop, 1);
+    w.addVia(prefixOf(i), 1, V::viaIntfNextHop, 2);
+    w.touch(prefixOf(i));
+  }
+  w.start();
+  w.status->initializedIs(true);
+  w.runUntilQuiet();
+  // Each rewrite deletes one more route, until ten are gone.
+  struct Deleter : Rib::RouteConfig::Notifiee {
+    void onRoute(const Rib::RouteKey& key) override {
+      if (notifier()->route(key) == nullptr || gone.size() == 10) return;  // a delete, or done
+      const IpGenPrefix victim = prefixOf(uint32_t(6 * gone.size() + 1));
+      gone.insert(victim);
+      status->routeDel(victim);
+    }
+    Status* status = nullptr;
+    std::set<IpGenPrefix> gone;
+  };
+  const Kel::Ptr<Deleter> deleter = Kel::makePtr<Deleter>();
+  deleter->status = w.status.ptr();
+  deleter->notifierIs(w.ribConfig.ptr());
+  facility().textLevelIs(8, true);
+  Kel::TraceCapture capture;
+  w.ipMetrics->viaMetricDel(w.via(1));
+  w.ipMetrics->doBumpGeneration();  // every route loses via 1
+  w.runUntilQuiet();
+  facility().textLevelIs(8, false);
+  EXPECT_TRUE(w.ready->v4RouteReviewComplete());
+  ASSERT_EQ(deleter->gone.size(), 10u);
+  const std::map<std::string, int> count = evaluated(capture);
+  for (uint32_t i = 0; i < 60; ++i) {
+    const IpGenPrefix p = prefixOf(i);
+    if (deleter->gone.count(p)) {
+      EXPECT_EQ(w.ribRoute(p), nullptr) << p;
+      continue;
+    }
+    EXPECT_EQ(count.at(Pando::valueToStrep(p)), 1) << p;
+    EXPECT_EQ(w.ribVias(p), std::vector<uint32_t>{2}) << p;
+  }
+}
+
 TEST_F(ReviewTest, ABookmarkWithNothingBehindItFinishesTheReview) {
   addRoutes(2);
   w.start();

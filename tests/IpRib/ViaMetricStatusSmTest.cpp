@@ -220,6 +220,29 @@ TEST(ViaMetricStatusSmTest, AStaleEntryIsSkippedWithItsTrace) {
   EXPECT_EQ(w.status(1, AddressFamily::ipv4)->routeSize(), 0u);
 }
 
+// Enough users for the sweep to read ahead, spread over three statuses, with
+// stale entries among them.
+TEST(ViaMetricStatusSmTest, AViaOfManyRoutesStampsExactlyItsUsers) {
+  World w;
+  const Rib::ViaKey shared = via(AddressFamily::ipv4, 1, 1);
+  const Rib::ViaKey other = via(AddressFamily::ipv4, 1, 2);
+  std::set<RouteId> users;
+  for (uint32_t i = 0; i < 60; ++i) {
+    const VrfId vrf = VrfId(1 + i % 3);
+    const IpGenPrefix p = IpGenPrefix::fromV4(0x0a000000u + (i << 8), 24);
+    w.addVia(vrf, p, 1, V::viaIntfNextHop, i % 4 == 0 ? other : shared);
+    if (i % 4 != 0) users.emplace(vrf, p);
+  }
+  w.metricIs(shared, 1);
+  w.metricIs(other, 1);
+  w.start();
+  w.sm->routeByViaKeyIs(shared)->routeIs(PrefixPrefVrfId(p1, 1, 1));  // route absent
+  w.sm->routeByViaKeyIs(shared)->routeIs(PrefixPrefVrfId(p1, 1, 4));  // status absent
+  w.now(2000);
+  w.metricIs(shared, 5);
+  EXPECT_EQ(stampedAt(*w.dir, 2000), users);
+}
+
 // ------------------------------------------------------------ filing
 
 TEST(ViaMetricStatusSmTest, StartFilesEveryStatusPresentAndStampsItsRoutes) {

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "Kel/DenseHashTable.h"
 #include "Kel/FlatMap.h"
 #include "Kel/HashTable.h"
 #include "Kel/Ptr.h"
@@ -43,16 +44,43 @@ struct WeakTraits {
 using Table = Kel::HashTable<WeakTraits>;
 using Model = std::set<std::pair<uint32_t, uint32_t>>;  // (hash, key)
 
-std::vector<uint32_t> keysOf(const Table& t) {
+// An element that counts itself, and may erase a partner from its table as it
+// dies (a destructor that re-enters the collection).
+struct Counted : Kel::PtrInterface {
+  static inline int live = 0;
+  static inline int destroyed = 0;
+  explicit Counted(uint32_t k) : key(k) { ++live; }
+  ~Counted() override {
+    --live;
+    ++destroyed;
+    if (onDeath) onDeath(key);
+  }
+  uint32_t key;
+  std::function<void(uint32_t)> onDeath;
+};
+
+struct CountedTraits {
+  using Entry = Kel::Ptr<Counted>;
+  using Key = uint32_t;
+  static uint32_t key(const Kel::Ptr<Counted>& c) { return c->key; }
+  static uint32_t hash(uint32_t k) { return weakHash(k); }
+};
+
+uint32_t keyOf(uint32_t k) { return k; }
+uint32_t keyOf(const Kel::Ptr<Counted>& c) { return c->key; }
+
+template <class T>
+std::vector<uint32_t> keysOf(const T& t) {
   std::vector<uint32_t> out;
   for (auto it = t.begin(); it != t.end(); ++it) {
-    EXPECT_EQ(it.hash(), weakHash(*it));
-    out.push_back(*it);
+    EXPECT_EQ(it.hash(), weakHash(keyOf(*it)));
+    out.push_back(keyOf(*it));
   }
   return out;
 }
 
-void expectMatches(const Table& t, const Model& model, std::mt19937& rng) {
+template <class T>
+void expectMatches(const T& t, const Model& model, std::mt19937& rng) {
   ASSERT_EQ(t.size(), model.size());
   std::vector<uint32_t> expected;
   for (const auto& [h, k] : model) expected.push_back(k);
@@ -65,12 +93,12 @@ void expectMatches(const Table& t, const Model& model, std::mt19937& rng) {
       ASSERT_TRUE(it == t.end()) << "seek " << k;
     } else {
       ASSERT_FALSE(it == t.end()) << "seek " << k;
-      ASSERT_EQ(*it, place->second) << "seek " << k;
+      ASSERT_EQ(keyOf(*it), place->second) << "seek " << k;
     }
     const bool present = model.count({weakHash(k), k}) != 0;
     ASSERT_EQ(t.find(k) != nullptr, present) << "find " << k;
     if (present) {
-      ASSERT_EQ(*t.find(k), k);
+      ASSERT_EQ(keyOf(*t.find(k)), k);
     }
   }
 }
@@ -165,28 +193,6 @@ TEST(HashTableTest, PausedPassVisitsEveryStayingKeyExactlyOnce) {
   }
 }
 
-// An element that counts itself, and may erase a partner from its table as it
-// dies (a destructor that re-enters the collection).
-struct Counted : Kel::PtrInterface {
-  static inline int live = 0;
-  static inline int destroyed = 0;
-  explicit Counted(uint32_t k) : key(k) { ++live; }
-  ~Counted() override {
-    --live;
-    ++destroyed;
-    if (onDeath) onDeath(key);
-  }
-  uint32_t key;
-  std::function<void(uint32_t)> onDeath;
-};
-
-struct CountedTraits {
-  using Entry = Kel::Ptr<Counted>;
-  using Key = uint32_t;
-  static uint32_t key(const Kel::Ptr<Counted>& c) { return c->key; }
-  static uint32_t hash(uint32_t k) { return weakHash(k); }
-};
-
 TEST(HashTableTest, PtrEntriesAreDestroyedExactlyOnce) {
   Counted::live = Counted::destroyed = 0;
   {
@@ -266,6 +272,60 @@ TEST(FlatMapTest, RandomOperationsKeepKeyOrderAndCountEntries) {
     m.insert(Kel::makePtr<Counted>(2));
   }
   EXPECT_EQ(Counted::live, 0);
+}
+
+// Eight entries a chunk, so that the table adds and frees chunks all along.
+using DenseTable = Kel::DenseHashTable<CountedTraits, 3>;
+
+TEST(DenseHashTableTest, RandomOperationsKeepHashOrderAndAgreeWithAModel) {
+  for (const unsigned seed : {11u, 4049u, 86243u}) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    Counted::live = 0;
+    {
+      DenseTable t;
+      Model model;
+      for (int step = 0; step < 4000; ++step) {
+        SCOPED_TRACE("step " + std::to_string(step));
+        const bool growing = (step / 500) % 2 == 0;
+        const uint32_t k = rng() % universe;
+        if (rng() % 100 < (growing ? 75u : 30u)) {
+          Kel::Ptr<Counted> c = Kel::makePtr<Counted>(k);
+          const auto [stored, inserted] = t.insert(std::move(c));
+          ASSERT_EQ(inserted, model.insert({weakHash(k), k}).second);
+          ASSERT_EQ((*stored)->key, k);
+          ASSERT_EQ(c == nullptr, inserted) << "a refused entry stays with the caller";
+        } else {
+          ASSERT_EQ(t.erase(k), model.erase({weakHash(k), k}) == 1);
+        }
+        expectMatches(t, model, rng);
+        ASSERT_EQ(Counted::live, int(model.size()));
+      }
+    }
+    EXPECT_EQ(Counted::live, 0);
+  }
+}
+
+// Each key of a pair takes its partner with it as it dies, through the table:
+// erase lets the entry die only once the moved entry is re-pointed.
+TEST(DenseHashTableTest, AnEntryDyingMayEraseOthers) {
+  Counted::live = 0;
+  DenseTable t;
+  Model model;
+  for (uint32_t k = 0; k < 300; ++k) {
+    t.insert(Kel::makePtr<Counted>(k));
+    (*t.find(k))->onDeath = [&t](uint32_t key) { t.erase(key ^ 1u); };
+    model.insert({weakHash(k), k});
+  }
+  for (uint32_t k = 0; k < 100; k += 3) {
+    EXPECT_TRUE(t.erase(k));
+    model.erase({weakHash(k), k});
+    model.erase({weakHash(k ^ 1u), k ^ 1u});
+  }
+  std::mt19937 rng(5);
+  expectMatches(t, model, rng);
+  EXPECT_EQ(Counted::live, 232);
+  for (const Kel::Ptr<Counted>& c : t) c->onDeath = nullptr;
 }
 
 }  // namespace

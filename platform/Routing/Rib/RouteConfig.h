@@ -1,10 +1,10 @@
 // Routing::Rib::RouteConfig: the routes the RIB is told to hold, by value,
 // keyed by RouteKey.
 //
-// Routes sit in a Kel::HashTable, so they iterate in hash order and a paused
-// walk can resume with seek(). Every write that changes something notifies
-// onRoute(key) after the change and counts in adds() or deletes(); a write
-// that changes nothing does neither. Costs: one hash lookup per write;
+// Routes sit densely in a Kel::DenseHashTable, so they iterate in hash order
+// and a paused walk can resume with seek(). Every write that changes something
+// notifies onRoute(key) after the change and counts in adds() or deletes(); a
+// write that changes nothing does neither. Costs: one hash lookup per write;
 // doDeleteRoutesForVrf walks the whole table.
 // Decided here: the capacity limits distinct keys. Adding a new key to a full
 // table raises Kel::RangeError "RouteConfig::route capacity exceeded" and
@@ -13,8 +13,8 @@
 
 #include <cstdint>
 
+#include "Kel/DenseHashTable.h"
 #include "Kel/Entity.h"
-#include "Kel/HashTable.h"
 #include "platform/Routing/Rib/Route.h"
 #include "platform/Routing/Rib/RouteKey.h"
 #include "platform/Vrf/VrfId.h"
@@ -29,7 +29,7 @@ class RouteConfig final : public Kel::Entity {
     static const RouteKey& key(const Route& r) { return r.key(); }
     static uint32_t hash(const RouteKey& k) { return k.hash(Kel::collectionHashSeed); }
   };
-  using RouteTable = Kel::HashTable<RouteTraits>;
+  using RouteTable = Kel::DenseHashTable<RouteTraits>;
 
   class Notifiee : public Kel::NotifieeOf<RouteConfig> {
    public:

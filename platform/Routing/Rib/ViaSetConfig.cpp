@@ -4,16 +4,17 @@
 #include <functional>
 #include <memory>
 
-#include "Kel/HashTable.h"
-
 namespace Routing::Rib {
+
+static_assert(sizeof(ViaSetEntry) % alignof(ViaKey) == 0, "the via keys follow the entry");
+
+ViaSetEntry::ViaSetEntry(Id id, const Brisk::ViaSet& s)
+    : key_(id), flags_(s.flags()), size_(s.size()) {
+  std::uninitialized_copy(s.begin(), s.end(), reinterpret_cast<ViaKey*>(this + 1));
+}
 
 ViaSetEntry::~ViaSetEntry() {
   if (config_) config_->entryDel(*this);
-}
-
-bool ViaSetEntry::holds(const Brisk::ViaSet& s) const {
-  return flags_ == s.flags() && std::equal(viaKeys_.begin(), viaKeys_.end(), s.begin(), s.end());
 }
 
 ViaSetConfig::~ViaSetConfig() {
@@ -23,21 +24,19 @@ ViaSetConfig::~ViaSetConfig() {
 }
 
 Kel::Ptr<const ViaSetEntry> ViaSetConfig::dedupConfigViaSetIs(const Brisk::ViaSet& s) {
-  const uint32_t hash = s.hash(Kel::collectionHashSeed);
-  auto [first, last] = byContent_.equal_range(hash);
-  for (auto it = first; it != last; ++it) {
-    if (it->second->holds(s)) return Kel::Ptr<const ViaSetEntry>(it->second);
+  if (ViaSetEntry* const* present = byContent_.find(s.content())) {
+    return Kel::Ptr<const ViaSetEntry>(*present);
   }
   const Id id = freeIds_.empty() ? Id(byId_.size()) : freeIds_.front();
-  if (id == byId_.size()) {
+  if (id == byId_.capacity()) {
     // Room for every id in both lists: filing below and releasing (in a
-    // destructor) must not allocate.
-    byId_.reserve(std::max<size_t>(id + 1, 2 * byId_.size()));
+    // destructor) must not allocate. Doubling keeps growth linear.
+    byId_.reserve(2 * byId_.capacity());
     freeIds_.reserve(byId_.capacity());
   }
-  // Not filed yet, so should emplace throw, the entry goes without touching the table.
-  auto entry = std::unique_ptr<ViaSetEntry>(new ViaSetEntry(id, hash, s));
-  byContent_.emplace(hash, entry.get());
+  // Not filed yet, so should insert throw, the entry goes without touching the table.
+  auto entry = std::unique_ptr<ViaSetEntry>(new (s.size()) ViaSetEntry(id, s));
+  byContent_.insert(entry.get());
   entry->config_ = this;
   if (id == byId_.size()) {
     byId_.push_back(entry.get());
@@ -58,13 +57,7 @@ Kel::Ptr<const ViaSetEntry> ViaSetConfig::viaSet(Id id) const {
 }
 
 void ViaSetConfig::entryDel(const ViaSetEntry& e) {
-  auto [first, last] = byContent_.equal_range(e.hash_);
-  for (auto it = first; it != last; ++it) {
-    if (it->second == &e) {
-      byContent_.erase(it);
-      break;
-    }
-  }
+  byContent_.erase(e.content());
   byId_[e.id()] = nullptr;
   freeIds_.push_back(e.id());
   std::push_heap(freeIds_.begin(), freeIds_.end(), std::greater<>());

@@ -2,11 +2,13 @@
 // distinct content (flags and via keys in order), each with a small id.
 //
 // dedupConfigViaSetIs returns the entry holding a content, creating it when
-// there is none: one hash lookup, plus an allocation for a new entry. Routes
-// hold their entry by Ptr; it leaves the table the moment the last Ptr goes
-// (its destructor erases it through a plain back pointer), so route churn
-// does not grow the table. The table's destructor detaches the entries still
-// held, so table and entries may die in either order.
+// there is none: one probe of an open-addressed index whose slots hold the
+// hash and the entry, then a read of the entry, which carries its via keys in
+// the same block (a new entry is one allocation). Routes hold their entry by
+// Ptr; it leaves the table the moment the last Ptr goes (its destructor erases
+// it through a plain back pointer), so route churn does not grow the table.
+// The table's destructor detaches the entries still held, so table and
+// entries may die in either order.
 // Both creation and release notify onViaSet(id), after the table changed.
 //
 // restartingVrf is a record the RIB side consults: the VRFs whose protocols
@@ -17,15 +19,18 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <unordered_map>
+#include <new>
+#include <span>
 #include <vector>
 
 #include "Kel/Collections.h"
 #include "Kel/Entity.h"
+#include "Kel/HashTable.h"
 #include "Kel/Ptr.h"
 #include "platform/L3/VrfName.h"
 #include "platform/Routing/Rib/Brisk/ViaSet.h"
 #include "platform/Routing/Rib/ViaKey.h"
+#include "platform/Routing/Rib/ViaSetContent.h"
 #include "platform/Routing/Rib/ViaSetKey.h"
 
 namespace Routing::Rib {
@@ -37,25 +42,34 @@ class ViaSetConfig;
 class ViaSetEntry : public Kel::PtrInterface {
  public:
   ~ViaSetEntry() override;
+  // The entry and its via keys are one heap block.
+  static void operator delete(void* p) { ::operator delete(p); }
 
   Id id() const { return Id(key_.id()); }
   const ViaSetKey& key() const { return key_; }
   uint32_t flags() const { return flags_; }
-  const std::vector<ViaKey>& viaKeys() const { return viaKeys_; }
-  uint32_t size() const { return uint32_t(viaKeys_.size()); }
+  std::span<const ViaKey> viaKeys() const { return {keys(), size_}; }
+  uint32_t size() const { return size_; }
+  ViaSetContent content() const { return {flags_, viaKeys()}; }
   // Same flags and via keys, in order.
-  bool holds(const Brisk::ViaSet& s) const;
+  bool holds(const Brisk::ViaSet& s) const { return content() == s.content(); }
 
  private:
   friend class ViaSetConfig;
-  ViaSetEntry(Id id, uint32_t hash, const Brisk::ViaSet& s)
-      : key_(id), hash_(hash), flags_(s.flags()), viaKeys_(s.begin(), s.end()) {}
+  // Made by ViaSetConfig only, with room for the keys after the entry.
+  static void* operator new(size_t size, uint32_t keys) {
+    return ::operator new(size + keys * sizeof(ViaKey));
+  }
+  static void operator delete(void* p, uint32_t) { ::operator delete(p); }
+  ViaSetEntry(Id id, const Brisk::ViaSet& s);
+
+  const ViaKey* keys() const { return std::launder(reinterpret_cast<const ViaKey*>(this + 1)); }
 
   ViaSetConfig* config_ = nullptr;  // null until filed, and once the table is gone
   const ViaSetKey key_;
-  const uint32_t hash_;  // of the content, the table's index key
   const uint32_t flags_;
-  const std::vector<ViaKey> viaKeys_;
+  const uint32_t size_;
+  // The via keys follow.
 };
 
 class ViaSetConfig final : public Kel::Entity {
@@ -120,8 +134,16 @@ class ViaSetConfig final : public Kel::Entity {
   void entryDel(const ViaSetEntry& e);
   void notifyViaSet(Id id);
 
-  // Content hash to the entries with that hash.
-  std::unordered_multimap<uint32_t, ViaSetEntry*> byContent_;
+  struct ContentTraits {
+    using Entry = ViaSetEntry*;
+    using Key = ViaSetContent;
+    static constexpr ViaSetEntry* vacant = nullptr;
+    static ViaSetContent key(const ViaSetEntry* e) { return e->content(); }
+    static uint32_t hash(const ViaSetContent& c) { return c.hash(Kel::collectionHashSeed); }
+  };
+
+  // The entries by content.
+  Kel::HashTable<ContentTraits> byContent_;
   // Slot `id` holds entry `id` or null; slot 0 is never used.
   std::vector<ViaSetEntry*> byId_{nullptr};
   // Released ids, a min-heap so the smallest is reused first.

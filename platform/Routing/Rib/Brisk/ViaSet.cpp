@@ -5,7 +5,6 @@
 #include <type_traits>
 
 #include "Kel/Error.h"
-#include "Kel/Hash.h"
 
 namespace Routing::Rib::Brisk {
 
@@ -19,17 +18,6 @@ void ViaSet::viaKeyIs(uint32_t index, const ViaKey& k) {
   if (index > size_) std::fill(key + size_, key + index, ViaKey());
   key[index] = k;
   if (index >= size_) size_ = index + 1;
-}
-
-uint32_t ViaSet::hash(uint32_t seed) const {
-  Kel::Hasher h(seed);
-  h.add(flags_);
-  for (const ViaKey& k : *this) h.add(k.kind()).add(k.vrfId()).add(k.selector()).add(k.viaIndex());
-  return h.result();
-}
-
-bool operator==(const ViaSet& a, const ViaSet& b) {
-  return a.flags_ == b.flags_ && std::equal(a.begin(), a.end(), b.begin(), b.end());
 }
 
 std::ostream& operator<<(std::ostream& os, const ViaSet& s) {

@@ -17,6 +17,7 @@
 #include <new>
 
 #include "platform/Routing/Rib/ViaKey.h"
+#include "platform/Routing/Rib/ViaSetContent.h"
 
 namespace Routing::Rib::Brisk {
 
@@ -53,10 +54,11 @@ class ViaSet {
 
   const ViaKey* begin() const { return keys(); }
   const ViaKey* end() const { return keys() + size_; }
+  ViaSetContent content() const { return {flags_, {begin(), end()}}; }
 
-  // The flags, then each key's fields, in order.
-  uint32_t hash(uint32_t seed) const;
-  friend bool operator==(const ViaSet& a, const ViaSet& b);
+  // The content's hash: the flags, then each key's fields, in order.
+  uint32_t hash(uint32_t seed) const { return content().hash(seed); }
+  friend bool operator==(const ViaSet& a, const ViaSet& b) { return a.content() == b.content(); }
 
  private:
   // ViaKey is trivially copyable, so the byte array holds ViaKeys without
