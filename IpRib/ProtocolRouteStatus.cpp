@@ -1,5 +1,6 @@
 #include "IpRib/ProtocolRouteStatus.h"
 
+#include <optional>
 #include <sstream>
 
 #include "Kel/Assert.h"
@@ -299,19 +300,27 @@ Kel::Ptr<Route> Status::route(const Pando::IpGenPrefix& p) const {
 }
 
 Kel::Ptr<Route> Status::routeIs(const Pando::IpGenPrefix& p) {
-  auto [entry, inserted] = route_.insert(Kel::makePtr<Route>(p));
-  Kel::Ptr<Route> route = *entry;
-  if (inserted) notifyKey(&Notifiee::onRoute, p);
+  // Made only when absent: a route's objects are carved together, and one made and
+  // dropped here would leave a hole among them.
+  if (const auto* e = route_.find(p)) return *e;
+  Kel::Ptr<Route> route = *route_.insert(Kel::makePtr<Route>(p)).first;
+  route->filed_ = true;
+  notifyKey(&Notifiee::onRoute, p);
   return route;
 }
 
 void Status::routeDel(const Pando::IpGenPrefix& p) {
-  if (route_.erase(p)) notifyKey(&Notifiee::onRoute, p);
+  std::optional<Kel::Ptr<Route>> gone = route_.extract(p);
+  if (!gone) return;
+  (*gone)->filed_ = false;
+  gone.reset();
+  notifyKey(&Notifiee::onRoute, p);
 }
 
 void Status::routeDelAll() {
   while (!route_.empty()) {
     Kel::Ptr<Route> route = route_.popFront();
+    route->filed_ = false;
     notifyKey(&Notifiee::onRoute, route->prefix());
   }
 }

@@ -13,7 +13,6 @@
 #pragma once
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <memory>
 #include <ostream>
@@ -23,6 +22,7 @@
 #include "Kel/Collections.h"
 #include "Kel/Entity.h"
 #include "Kel/Enum.h"
+#include "Kel/Prefetch.h"
 #include "platform/Pando/IpGenPrefix.h"
 #include "platform/Routing/Rib/DedupViaKey.h"
 #include "platform/Routing/Rib/ViaKey.h"
@@ -285,6 +285,11 @@ class Route final : public Kel::Entity {
   void srcVrfIdIs(Vrf::VrfIdMap::VrfId v) { attributeIs(srcVrfId_, v, &Notifiee::onSrcVrfId); }
   void routeChangedAtIs(double t) { attributeIs(routeChangedAt_, t, &Notifiee::onRouteChangedAt); }
 
+  // Filed in a Status: from its creation there until its removal (a route
+  // is never filed again). A reactor of a filed route knows that route is
+  // its status's route for the prefix, without a look-up.
+  bool filed() const { return filed_; }
+
   // Preferences, most preferred (lowest) first.
   const RoutePrefMap& routePref() const { return routePref_; }
   Kel::Ptr<RoutePref> routePref(RoutePreference p) const;
@@ -293,7 +298,9 @@ class Route final : public Kel::Entity {
   void routePrefDelAll();
 
  private:
+  friend class Status;
   Pando::IpGenPrefix prefix_;
+  bool filed_ = false;
   Vrf::VrfIdMap::VrfId srcVrfId_ = Vrf::VrfIdMap::invalidVrfId;
   RoutePrefMap routePref_;
   double routeChangedAt_ = 0;
@@ -339,76 +346,35 @@ Kel::Ptr<Status> statusFactory(const RouteStatusKey& key);
 // Each step brings one link of that chain toward the cache, for the first
 // preference and via type: step 0 the route itself, 1 its preference, 2 the
 // via type, 3 the via list, 4 the vias. Step n reads only what step n - 1
-// brought, so a pass runs the steps a few routes apart (see Lookahead).
+// brought, so a pass runs the steps a few routes apart (see Kel::Lookahead).
 inline constexpr int routePrefetchSteps = 5;
-
-// The empty asm keeps the prefetch: the optimizer takes a function of loads
-// and prefetches alone for pure, and drops calls to it.
-inline void prefetchLine(const void* p) {
-  __builtin_prefetch(p);
-  asm volatile("" : : "r"(p));
-}
-
-template <class T>
-void prefetchObject(const T* p) {
-  prefetchLine(p);
-  prefetchLine(reinterpret_cast<const char*>(p) + sizeof(T) - 1);
-}
 
 inline void prefetchRouteStep(const Route& route, int step) {
   if (step == 0) {
-    prefetchObject(&route);
+    Kel::prefetchObject(&route);
     return;
   }
   if (route.routePref().empty()) return;
   const RoutePref& pref = *route.routePref().front();
   if (step == 1) {
-    prefetchObject(&pref);
+    Kel::prefetchObject(&pref);
     return;
   }
   if (pref.dedupViaKeyByViaType().empty()) return;
   const DedupViaKeyByViaType& byType = *pref.dedupViaKeyByViaType().front();
   if (step == 2) {
-    prefetchObject(&byType);
+    Kel::prefetchObject(&byType);
     return;
   }
   const DedupViaKeyByViaType::DedupViaKeyMap& vias = byType.dedupViaKey();
   if (step == 3) {
-    prefetchLine(vias.begin());
+    Kel::prefetchLine(vias.begin());
     return;
   }
   // A few: a long via list is rare, and its tail would evict what the next routes need.
   const uint32_t n = std::min(vias.size(), 4u);
-  for (uint32_t i = 0; i < n; ++i) prefetchObject(vias.begin()[i].ptr());
+  for (uint32_t i = 0; i < n; ++i) Kel::prefetchObject(vias.begin()[i].ptr());
 }
-
-// Staged prefetching ahead of a pass. The pass pushes each element `lead`
-// places before it reaches it; an element gets stage k (0 to Stages - 1) as
-// the element k * Spacing places after it is pushed, so that each stage finds
-// in cache what the stage before brought. Handles must stay cheap to copy and
-// safe to use after the pass has moved on (a hash to look up again, say).
-template <class Handle, int Stages, int Spacing>
-class Lookahead {
- public:
-  static constexpr uint32_t lead = Stages * Spacing;
-
-  // Forgets every element pushed (the pass jumped).
-  void clear() { pushed_ = 0; }
-  // Calls stage(handle, k) for each stage due.
-  template <class F>
-  void push(const Handle& h, F&& stage) {
-    ring_[pushed_ % ringSize] = h;
-    for (uint32_t k = 0; k < uint32_t(Stages) && k * Spacing <= pushed_; ++k) {
-      stage(ring_[(pushed_ - k * Spacing) % ringSize], int(k));
-    }
-    ++pushed_;
-  }
-
- private:
-  static constexpr uint32_t ringSize = std::bit_ceil(uint32_t((Stages - 1) * Spacing + 1));
-  Handle ring_[ringSize]{};
-  uint32_t pushed_ = 0;
-};
 
 // All statuses of one protocol.
 class RouteStatusDir final : public Kel::Entity {

@@ -33,7 +33,7 @@ class RouteStatusSm::KelRoute final : public Route::Notifiee {
   KelRoute(RouteStatusSm* sm, Route* route);
   const Pando::IpGenPrefix& key() const { return notifier()->prefix(); }
   void onRoutePref(const RoutePreference& pref) override;
-  void onRouteChangedAt() override { sm_->handleRoute(key()); }
+  void onRouteChangedAt() override { sm_->handleRouteOf(*notifier()); }
 
  private:
   RouteStatusSm* sm_;
@@ -47,13 +47,15 @@ class RouteStatusSm::KelRoute::KelRoutePref final : public RoutePref::Notifiee {
   RoutePreference key() const { return notifier()->preference(); }
   const Pando::IpGenPrefix& prefix() const { return parent_->key(); }
   RouteStatusSm* sm() const { return parent_->sm_; }
+  // Evaluates the route this preference belongs to.
+  void handleRoute() const { sm()->handleRouteOf(*parent_->notifier()); }
 
-  void onFecType() override { sm()->handleRoute(prefix()); }
-  void onInstallInFib() override { sm()->handleRoute(prefix()); }
-  void onFibRouteType() override { sm()->handleRoute(prefix()); }
-  void onTag() override { sm()->handleRoute(prefix()); }
+  void onFecType() override { handleRoute(); }
+  void onInstallInFib() override { handleRoute(); }
+  void onFibRouteType() override { handleRoute(); }
+  void onTag() override { handleRoute(); }
   void onDedupViaKeyByViaType(const ViaType& t) override;
-  void onDedupEvpnVtepIpViaKey(const Rib::ViaKey&) override { sm()->handleRoute(prefix()); }
+  void onDedupEvpnVtepIpViaKey(const Rib::ViaKey&) override { handleRoute(); }
   void onBfdTrackedViaColl(const Rib::ViaKey& via) override { handleBfdTrackedVia(prefix(), via); }
   void handleBfdTrackedVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via);
   void deleteBfdTrackedVias(const Pando::IpGenPrefix& prefix);
@@ -71,7 +73,7 @@ class RouteStatusSm::KelRoute::KelRoutePref::KelDedupViaKeyByViaType final
     notifierIs(byType);
   }
   ViaType key() const { return notifier()->viaType(); }
-  void onDedupViaKey(const Rib::ViaKey&) override { parent_->sm()->handleRoute(parent_->prefix()); }
+  void onDedupViaKey(const Rib::ViaKey&) override { parent_->handleRoute(); }
 
  private:
   KelRoutePref* parent_;
@@ -90,7 +92,7 @@ void RouteStatusSm::KelRoute::onRoutePref(const RoutePreference& pref) {
   } else {
     kelRoutePref_.erase(pref);
   }
-  sm_->handleRoute(key());
+  sm_->handleRouteOf(*notifier());
 }
 
 RouteStatusSm::KelRoute::KelRoutePref::KelRoutePref(KelRoute* parent, RoutePref* pref)
@@ -110,7 +112,7 @@ void RouteStatusSm::KelRoute::KelRoutePref::onDedupViaKeyByViaType(const ViaType
   } else {
     kelDedupViaKeyByViaType_.erase(t);
   }
-  sm()->handleRoute(prefix());
+  handleRoute();
 }
 
 void RouteStatusSm::KelRoute::KelRoutePref::handleBfdTrackedVia(const Pando::IpGenPrefix& prefix,
@@ -304,6 +306,9 @@ RouteStatusSm::~RouteStatusSm() {
 }
 
 void RouteStatusSm::routeIs(const Kel::Ptr<Route>& route) {
+  // The route will be evaluated soon: start loading its RIB slot, so that
+  // this miss overlaps the reactor table's.
+  ribConfig_->prefetchRouteStep(ribConfig_->routeHashOf(Rib::RouteKey(vrfId_, route->prefix())), 0);
   kelRoute_.insert(Kel::makePtr<KelRoute>(this, route.ptr()));
 }
 
@@ -317,6 +322,16 @@ RouteExplanation RouteStatusSm::explain(const Pando::IpGenPrefix& prefix) {
   RouteExplanation explanation(prefix);
   evaluate(prefix, &explanation);
   return explanation;
+}
+
+void RouteStatusSm::handleRouteOf(const Route& route) {
+  if (!route.filed()) {
+    handleRoute(route.prefix());
+    return;
+  }
+  // Held: the evaluation may remove it from the status, and its reactor with it.
+  const Kel::Ptr<const Route> held(&route);
+  evaluate(route.prefix(), &route, nullptr);
 }
 
 void RouteStatusSm::evaluate(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer) {
@@ -747,14 +762,24 @@ void RouteStatusSm::doReview() {
                   " RouteStatusSm: Starting review at %s", (*it)->prefix());
     }
   }
-  // Evaluations wait on cache misses: bring the routes ahead toward the cache,
-  // found again by hash at each step (one may have gone meanwhile).
-  Lookahead<uint32_t, routePrefetchSteps, 2> ahead;
+  // Evaluations wait on cache misses: bring the routes ahead and their RIB
+  // routes toward the cache, found again by hash at each step (one may have
+  // gone meanwhile). The RIB side starts once the route, which holds the
+  // prefix, is in cache.
+  struct Upcoming {
+    uint32_t hash;     // in the status
+    uint32_t ribHash;  // in the RIB, from step 1
+  };
+  Kel::Lookahead<Upcoming, routePrefetchSteps, 2> ahead;
   Status::RouteMap::const_iterator next;
   const auto pushAhead = [&] {
     if (next == routes.end()) return;
-    ahead.push(next.hash(), [&routes](uint32_t hash, int step) {
-      if (const Kel::Ptr<Route>* route = routes.probable(hash)) prefetchRouteStep(**route, step);
+    ahead.push({next.hash(), 0}, [&](Upcoming& u, int step) {
+      const Kel::Ptr<Route>* route = routes.probable(u.hash);
+      if (route == nullptr) return;
+      prefetchRouteStep(**route, step);
+      if (step == 1) u.ribHash = ribConfig_->routeHashOf(Rib::RouteKey(vrfId_, (*route)->prefix()));
+      if (step >= 1 && step <= 3) ribConfig_->prefetchRouteStep(u.ribHash, step - 1);
     });
     ++next;
   };

@@ -178,6 +178,9 @@ class RouteStatusSm final : public Kel::NotifieeBase {
     Rib::Brisk::ViaSet viaSet;
     RouteMetric metric[Rib::Brisk::ViaSet::maxVias];
   };
+  // handleRoute for the route a nested reactor watches: while the route is
+  // filed it is the status's route for its prefix, and needs no look-up.
+  void handleRouteOf(const Route& route);
   void evaluate(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer);
   // `route` is the status's route for `prefix` (null when none), held by the caller.
   void evaluate(const Pando::IpGenPrefix& prefix, const Route* route,

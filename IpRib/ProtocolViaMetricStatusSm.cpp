@@ -531,7 +531,7 @@ void ViaMetricStatusSm::handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transpo
     Kel::Ptr<const Status> status;
     uint32_t hash;
   };
-  using Ahead = Lookahead<Upcoming, 1 + routePrefetchSteps, 2>;
+  using Ahead = Kel::Lookahead<Upcoming, 1 + routePrefetchSteps, 2>;
   if (routes.size() <= Ahead::lead) {
     for (const PrefixPrefVrfId& e : routes) stamp(e);
     return;

@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "Kel/HashTable.h"
+#include "Kel/Prefetch.h"
 
 namespace Kel {
 
@@ -182,6 +183,21 @@ class DenseHashTable {
   }
   Entry* find(const Key& key) {
     return const_cast<Entry*>(static_cast<const DenseHashTable*>(this)->find(key));
+  }
+
+  // Look-ahead by hash, as HashTable's: prefetch starts loading the index
+  // slot where a look-up begins; once that is in cache, prefetchEntry starts
+  // loading the entry filed under the hash, if any.
+  uint32_t hashOf(const Key& key) const { return index_.hashOf(key); }
+  void prefetch(uint32_t h) const { index_.prefetch(h); }
+  void prefetchEntry(uint32_t h) const {
+    if (const Entry* e = probable(h)) prefetchObject(e);
+  }
+  // The entry filed under the hash (the key's, unless another shares it), or
+  // null; reads no key.
+  const Entry* probable(uint32_t h) const {
+    const uint32_t* pos = index_.probable(h);
+    return pos ? &store_[*pos] : nullptr;
   }
 
   // Inserts `entry` unless its key is present (then `entry` is left as it

@@ -32,6 +32,7 @@
 #include <utility>
 
 #include "Kel/HugePages.h"
+#include "Kel/Prefetch.h"
 
 namespace Kel {
 
@@ -180,11 +181,7 @@ class HashTable {
   // is in cache, probable reads no key, so it never misses on one: it returns
   // the entry of that hash (the key's, unless another shares the hash) or null.
   uint32_t hashOf(const Key& key) const { return traits_.hash(key); }
-  void prefetch(uint32_t h) const {
-    __builtin_prefetch(slots_ + home(h));
-    // Keeps it: a caller of loads and prefetches alone would count as pure, its calls dropped.
-    asm volatile("" : : "r"(slots_));
-  }
+  void prefetch(uint32_t h) const { prefetchLine(slots_ + home(h)); }
   const Entry* probable(uint32_t h) const {
     for (uint32_t i = home(h); i < slotCount_; ++i) {
       const Slot& s = slots_[i];

@@ -15,6 +15,7 @@
 
 #include "Kel/DenseHashTable.h"
 #include "Kel/Entity.h"
+#include "Kel/Prefetch.h"
 #include "platform/Routing/Rib/Route.h"
 #include "platform/Routing/Rib/RouteKey.h"
 #include "platform/Vrf/VrfId.h"
@@ -50,6 +51,20 @@ class RouteConfig final : public Kel::Entity {
 
   // Null when absent; valid until the next write.
   const Route* route(const RouteKey& k) const { return route_.find(k); }
+  // Look-ahead for passes over many routes (see Kel/Prefetch.h), by the
+  // key's hash: step 0 starts loading where the look-up begins, step 1 the
+  // route, step 2 its via set. Each step reads only what the one before
+  // brought.
+  uint32_t routeHashOf(const RouteKey& k) const { return route_.hashOf(k); }
+  void prefetchRouteStep(uint32_t hash, int step) const {
+    if (step == 0) {
+      route_.prefetch(hash);
+    } else if (step == 1) {
+      route_.prefetchEntry(hash);
+    } else if (const Route* r = route_.probable(hash); r != nullptr && r->viaSet()) {
+      Kel::prefetchLine(r->viaSet().ptr());
+    }
+  }
   uint32_t routeSize() const { return route_.size(); }
   const RouteTable& route() const { return route_; }
   uint32_t capacity() const { return capacity_; }

@@ -7,12 +7,18 @@
 namespace Routing::Rib::Ip {
 
 const Pando::IpGenAddr* GlobalNextHopDependencyGraph::viaNextHop(const ViaKey& k) const {
-  auto it = viaNextHop_.find(k);
-  return it == viaNextHop_.end() ? nullptr : &it->second;
+  const NextHopEntry* e = viaNextHop_.find(k);
+  return e ? &e->nextHop : nullptr;
 }
 
 void GlobalNextHopDependencyGraph::viaNextHopIs(const ViaKey& k, const Pando::IpGenAddr& nextHop) {
-  viaNextHop_[k] = nextHop;
+  viaNextHop_.insert(NextHopEntry{k, nextHop}).first->nextHop = nextHop;
+}
+
+const GlobalNextHopDependencyGraph::VrfRoutes* GlobalNextHopDependencyGraph::vrfRoutes(
+    Vrf::VrfIdMap::VrfId vrfId) const {
+  const VrfEntry* e = routes_.find(vrfId);
+  return e ? &e->routes : nullptr;
 }
 
 void GlobalNextHopDependencyGraph::viaNextHopDel(const ViaKey& k) { viaNextHop_.erase(k); }
@@ -30,10 +36,10 @@ std::optional<size_t> GlobalNextHopDependencyGraph::familyIndex(Pando::AddressFa
 
 const std::vector<ViaKey>* GlobalNextHopDependencyGraph::routeVias(
     Vrf::VrfIdMap::VrfId vrfId, const Pando::IpGenPrefix& prefix) const {
-  auto vrf = routes_.find(vrfId);
+  const VrfRoutes* vrf = vrfRoutes(vrfId);
   const std::optional<size_t> f = familyIndex(prefix.af());
-  if (vrf == routes_.end() || !f) return nullptr;
-  const std::vector<RouteMap>& byLen = vrf->second.byLen[*f];
+  if (vrf == nullptr || !f) return nullptr;
+  const std::vector<RouteMap>& byLen = vrf->byLen[*f];
   if (byLen.empty()) return nullptr;
   auto it = byLen[prefix.len()].find(prefix);
   return it == byLen[prefix.len()].end() ? nullptr : &it->second;
@@ -44,7 +50,7 @@ void GlobalNextHopDependencyGraph::routeViasIs(Vrf::VrfIdMap::VrfId vrfId,
                                                std::vector<ViaKey> vias) {
   const std::optional<size_t> f = familyIndex(prefix.af());
   KEL_ASSERT(f.has_value());
-  VrfRoutes& vrf = routes_[vrfId];
+  VrfRoutes& vrf = routes_.insert(VrfEntry{vrfId, {}}).first->routes;
   std::vector<RouteMap>& byLen = vrf.byLen[*f];
   if (byLen.empty()) byLen.resize(Pando::IpGenPrefix::maxLen(prefix.af()) + 1u);
   auto [it, inserted] = byLen[prefix.len()].insert_or_assign(prefix, std::move(vias));
@@ -56,13 +62,13 @@ void GlobalNextHopDependencyGraph::routeViasIs(Vrf::VrfIdMap::VrfId vrfId,
 
 void GlobalNextHopDependencyGraph::routeViasDel(Vrf::VrfIdMap::VrfId vrfId,
                                                 const Pando::IpGenPrefix& prefix) {
-  auto vrf = routes_.find(vrfId);
+  VrfEntry* vrf = routes_.find(vrfId);
   const std::optional<size_t> f = familyIndex(prefix.af());
-  if (vrf == routes_.end() || !f) return;
-  std::vector<RouteMap>& byLen = vrf->second.byLen[*f];
+  if (vrf == nullptr || !f) return;
+  std::vector<RouteMap>& byLen = vrf->routes.byLen[*f];
   if (byLen.empty() || byLen[prefix.len()].erase(prefix) == 0) return;
   --routeCount_;
-  if (--vrf->second.size == 0) routes_.erase(vrf);
+  if (--vrf->routes.size == 0) routes_.erase(vrfId);
 }
 
 std::optional<GlobalNextHopDependencyGraph::Match> GlobalNextHopDependencyGraph::longestMatch(
@@ -104,11 +110,11 @@ bool GlobalNextHopDependencyGraph::loopingRoute(const Pando::IpGenPrefix& prefix
                                                 RibType /*rib*/) const {
   const Pando::IpGenAddr* nextHop = viaNextHop(via);
   if (nextHop == nullptr) return false;
-  auto vrf = routes_.find(vrfId);
+  const VrfRoutes* vrf = vrfRoutes(vrfId);
   // No route installed in the VRF: only the asked prefix itself can resolve the next hop.
-  if (vrf == routes_.end()) return prefix.contains(*nextHop);
+  if (vrf == nullptr) return prefix.contains(*nextHop);
   std::unordered_set<Pando::IpGenPrefix, PrefixHash> visited;
-  return reaches(&vrf->second, *nextHop, prefix, 0, visited);
+  return reaches(vrf, *nextHop, prefix, 0, visited);
 }
 
 }  // namespace Routing::Rib::Ip

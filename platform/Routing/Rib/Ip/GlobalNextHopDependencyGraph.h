@@ -23,6 +23,8 @@
 #include <vector>
 
 #include "Kel/Entity.h"
+#include "Kel/Hash.h"
+#include "Kel/HashTable.h"
 #include "platform/Pando/IpGenAddr.h"
 #include "platform/Pando/IpGenPrefix.h"
 #include "platform/Routing/Rib/MetricPref.h"
@@ -98,8 +100,33 @@ class GlobalNextHopDependencyGraph final : public Kel::Entity {
                const Pando::IpGenPrefix& prefix, uint32_t depth,
                std::unordered_set<Pando::IpGenPrefix, PrefixHash>& visited) const;
 
-  std::unordered_map<ViaKey, Pando::IpGenAddr, ViaKeyHash> viaNextHop_;
-  std::unordered_map<Vrf::VrfIdMap::VrfId, VrfRoutes> routes_;
+  // Asked once per via of every route evaluated: open-addressed tables.
+  struct NextHopEntry {
+    ViaKey via;
+    Pando::IpGenAddr nextHop;
+  };
+  struct NextHopTraits {
+    using Entry = NextHopEntry;
+    using Key = ViaKey;
+    static const ViaKey& key(const NextHopEntry& e) { return e.via; }
+    static uint32_t hash(const ViaKey& k) { return k.hash(Kel::collectionHashSeed); }
+  };
+  struct VrfEntry {
+    Vrf::VrfIdMap::VrfId vrfId;
+    VrfRoutes routes;
+  };
+  struct VrfTraits {
+    using Entry = VrfEntry;
+    using Key = Vrf::VrfIdMap::VrfId;
+    static Vrf::VrfIdMap::VrfId key(const VrfEntry& e) { return e.vrfId; }
+    static uint32_t hash(Vrf::VrfIdMap::VrfId v) {
+      return Kel::Hasher(Kel::collectionHashSeed).add(v).result();
+    }
+  };
+  const VrfRoutes* vrfRoutes(Vrf::VrfIdMap::VrfId vrfId) const;
+
+  Kel::HashTable<NextHopTraits> viaNextHop_;
+  Kel::HashTable<VrfTraits> routes_;
   uint32_t routeCount_ = 0;
   uint32_t generation_ = 0;
 };
