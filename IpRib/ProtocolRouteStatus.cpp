@@ -304,7 +304,7 @@ Kel::Ptr<Route> Status::routeIs(const Pando::IpGenPrefix& p) {
   // dropped here would leave a hole among them.
   if (const auto* e = route_.find(p)) return *e;
   Kel::Ptr<Route> route = *route_.insert(Kel::makePtr<Route>(p)).first;
-  route->filed_ = true;
+  route->filed_ = true;  // nobody watches it yet
   notifyKey(&Notifiee::onRoute, p);
   return route;
 }
@@ -312,7 +312,7 @@ Kel::Ptr<Route> Status::routeIs(const Pando::IpGenPrefix& p) {
 void Status::routeDel(const Pando::IpGenPrefix& p) {
   std::optional<Kel::Ptr<Route>> gone = route_.extract(p);
   if (!gone) return;
-  (*gone)->filed_ = false;
+  (*gone)->filedIs(false);
   gone.reset();
   notifyKey(&Notifiee::onRoute, p);
 }
@@ -320,7 +320,7 @@ void Status::routeDel(const Pando::IpGenPrefix& p) {
 void Status::routeDelAll() {
   while (!route_.empty()) {
     Kel::Ptr<Route> route = route_.popFront();
-    route->filed_ = false;
+    route->filedIs(false);
     notifyKey(&Notifiee::onRoute, route->prefix());
   }
 }

@@ -274,6 +274,7 @@ class Route final : public Kel::Entity {
     virtual void onRoutePref(const RoutePreference&) {}
     virtual void onSrcVrfId() {}
     virtual void onRouteChangedAt() {}
+    virtual void onFiled() {}
   };
   explicit Route(const Pando::IpGenPrefix& prefix) : prefix_(prefix) {}
   const char* typeName() const override { return "Routing::Protocol::Route"; }
@@ -286,8 +287,9 @@ class Route final : public Kel::Entity {
   void routeChangedAtIs(double t) { attributeIs(routeChangedAt_, t, &Notifiee::onRouteChangedAt); }
 
   // Filed in a Status: from its creation there until its removal (a route
-  // is never filed again). A reactor of a filed route knows that route is
-  // its status's route for the prefix, without a look-up.
+  // is never filed again), which its reactors hear first, before the
+  // status's. A reactor of a filed route knows that route is its status's
+  // route for the prefix, without a look-up.
   bool filed() const { return filed_; }
 
   // Preferences, most preferred (lowest) first.
@@ -299,6 +301,8 @@ class Route final : public Kel::Entity {
 
  private:
   friend class Status;
+  void filedIs(bool v) { attributeIs(filed_, v, &Notifiee::onFiled); }
+
   Pando::IpGenPrefix prefix_;
   bool filed_ = false;
   Vrf::VrfIdMap::VrfId srcVrfId_ = Vrf::VrfIdMap::invalidVrfId;

@@ -1,6 +1,7 @@
 #include "IpRib/ProtocolRouteStatusSm.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "Kel/Assert.h"
 #include "Kel/Duallog.h"
@@ -27,13 +28,18 @@ constexpr uint8_t fecTypeInstallWithoutVia = 2;
 
 // ------------------------------------------------------------ nested reactors
 
-class RouteStatusSm::KelRoute final : public Route::Notifiee {
+class RouteStatusSm::KelRoute final : public Route::Notifiee, public Kel::Listed<KelRoute> {
  public:
   class KelRoutePref;
   KelRoute(RouteStatusSm* sm, Route* route);
   const Pando::IpGenPrefix& key() const { return notifier()->prefix(); }
   void onRoutePref(const RoutePreference& pref) override;
   void onRouteChangedAt() override { sm_->handleRouteOf(*notifier()); }
+  // The route left the status: its reactor goes (the status's reactor then
+  // deletes the RIB route).
+  void onFiled() override {
+    if (!notifier()->filed()) sm_->routeDel(this);
+  }
 
  private:
   RouteStatusSm* sm_;
@@ -135,7 +141,7 @@ class RouteStatusSm::KelStatus final : public Status::Notifiee {
     if (Kel::Ptr<Route> route = notifier()->route(prefix)) {
       sm_->routeIs(route);
     } else {
-      sm_->routeDel(prefix);
+      // Its reactor left with it (KelRoute::onFiled).
       sm_->handleRoute(prefix);  // gone from the status: gone from the RIB
     }
   }
@@ -312,7 +318,7 @@ void RouteStatusSm::routeIs(const Kel::Ptr<Route>& route) {
   kelRoute_.insert(Kel::makePtr<KelRoute>(this, route.ptr()));
 }
 
-void RouteStatusSm::routeDel(const Pando::IpGenPrefix& prefix) { kelRoute_.erase(prefix); }
+void RouteStatusSm::routeDel(KelRoute* reactor) { kelRoute_.erase(reactor); }
 
 // ------------------------------------------------------------ evaluation
 
@@ -369,10 +375,29 @@ void RouteStatusSm::evaluate(const Pando::IpGenPrefix& prefix, const Route* rout
   --evaluationDepth_;
 }
 
+std::optional<uint32_t> RouteStatusSm::guessViaSet(const Route& route) const {
+  // A review reads its RIB routes and their via sets ahead, and a route
+  // reviewed mostly keeps its via set.
+  if (reviewing_ || route.routePref().empty()) return std::nullopt;
+  const RoutePref::ByViaTypeMap& byType = route.routePref().front()->dedupViaKeyByViaType();
+  if (byType.empty() || byType.front()->dedupViaKeySize() > maxGuessedVias) return std::nullopt;
+  Rib::ViaKey keys[maxGuessedVias];
+  uint32_t n = 0;
+  for (const Kel::Ptr<DedupViaKeyMetric>& entry : byType.front()->dedupViaKey()) {
+    keys[n++] = entry->viaKey();
+  }
+  return viaSetConfig_->contentHashOf(Rib::ViaSetContent{0, {keys, n}});
+}
+
 void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
                                   RouteEvaluationObserver* observer) {
   const Pando::IpGenPrefix& prefix = route.prefix();
   Rib::Brisk::ViaSet& viaSet = pick.viaSet;
+  // The usual winner is every via of the first preference's first via type:
+  // start loading its via set now, so that the walk below hides the wait.
+  // A wrong guess costs two prefetches.
+  const std::optional<uint32_t> guess = guessViaSet(route);
+  if (guess) viaSetConfig_->prefetchContentStep(*guess, 0);
   for (const Kel::Ptr<RoutePref>& routePref : route.routePref()) {
     const RoutePreference pref = routePref->preference();
     viaSet.clear();
@@ -460,6 +485,9 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
       mostPreferred = false;
     }
 
+    if (guess && &routePref == &route.routePref().front()) {
+      viaSetConfig_->prefetchContentStep(*guess, 1);
+    }
     if (count == 0) {
       if (routePref->fecType() != fecTypeInstallWithoutVia) {
         if (observer) observer->preferenceDone(false);
@@ -795,7 +823,9 @@ void RouteStatusSm::doReview() {
     // hold the route and re-seek behind it.
     const Kel::Ptr<Route> route = *it;
     const uint32_t size = routes.size();
+    reviewing_ = true;
     evaluate(route->prefix(), route.ptr(), nullptr);
+    reviewing_ = false;
     if (routes.size() != size) {
       it = routes.seek(route->prefix());
       if (it != routes.end() && (*it)->prefix() == route->prefix()) ++it;

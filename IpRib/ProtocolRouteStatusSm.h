@@ -21,6 +21,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "IpRib/ProtocolGrTypes.h"
@@ -186,6 +187,9 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   void evaluate(const Pando::IpGenPrefix& prefix, const Route* route,
                 RouteEvaluationObserver* observer);
   void evaluateRoute(const Route& route, ViaPick& pick, RouteEvaluationObserver* observer);
+  // The content hash of the via set a route most likely gets (see evaluateRoute).
+  static constexpr uint32_t maxGuessedVias = 8;
+  std::optional<uint32_t> guessViaSet(const Route& route) const;
   void addRouteWithLowestMetric(const Pando::IpGenPrefix& prefix, const RoutePref& routePref,
                                 const ViaPick& pick, Vrf::VrfIdMap::VrfId srcVrfId,
                                 RouteEvaluationObserver* observer);
@@ -198,7 +202,8 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   bool staticRouteMetric();
   BfdStatusKey bfdStatusKey(const Rib::Via& via) const;
   void routeIs(const Kel::Ptr<Route>& route);
-  void routeDel(const Pando::IpGenPrefix& prefix);
+  // Drops a route's reactor (its route left the status).
+  void routeDel(KelRoute* reactor);
 
   // Inputs, in the constructor's order.
   L3::VrfName vrfName_;
@@ -236,9 +241,12 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   // (a RIB reactor re-entering) takes a fresh one.
   ViaPick scratch_[2];
   uint32_t evaluationDepth_ = 0;
+  bool reviewing_ = false;  // a review's evaluation is under way
 
   Kel::NestedReactor<KelStatus> kelStatus_;
-  Kel::NestedReactors<Pando::IpGenPrefix, KelRoute> kelRoute_;
+  // Reached through their routes: a table of a million reactors would cost
+  // a cache miss for every route the protocol adds.
+  Kel::NestedReactorList<KelRoute> kelRoute_;
   Kel::NestedReactor<KelClock> kelClock_;
   Kel::NestedReactor<KelViaMetricStatus> kelIpViaMetricStatus_;
   Kel::NestedReactor<KelViaMetricStatus> kelEvpnViaMetricStatus_;

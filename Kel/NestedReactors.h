@@ -88,6 +88,96 @@ class NestedReactors final : public NestedReactorGroup {
   Container<Traits> map_;
 };
 
+template <class R>
+class NestedReactorList;
+
+// The links of a reactor kept in a NestedReactorList; R derives from Listed<R>.
+template <class R>
+class Listed {
+ private:
+  friend class NestedReactorList<R>;
+  R* prev_ = nullptr;
+  R* next_ = nullptr;
+  bool listed_ = false;
+};
+
+// Nested reactors for a collection too large for a keyed table of its
+// mirror: each reactor is reached through its element's entity (the parent
+// finds the entity in its own collection, and the entity knows its
+// reactors), so the parent only links them, at a cost of two pointers each
+// and no cache miss. The element's entity must tell its reactor when it
+// leaves the collection (an attribute of its own, say), since the parent
+// can no longer find the reactor by key once the element is gone; the
+// reactor then asks the parent to erase it. Otherwise as NestedReactors:
+// handleDel before a reactor is dropped, the owner's active state passed on.
+// The order of the reactors is unspecified.
+template <class R>
+class NestedReactorList final : public NestedReactorGroup {
+ public:
+  explicit NestedReactorList(NotifieeBase* owner) : NestedReactorGroup(owner) {}
+  // Dropped with its owner: the reactors go without handleDel, as a table's would.
+  ~NestedReactorList() override {
+    while (head_ != nullptr) unlink(head_)->delRef();
+  }
+
+  uint32_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  template <class F>
+  void forEach(F&& f) const {
+    for (R* r = head_; r != nullptr; r = r->Listed<R>::next_) f(*r);
+  }
+
+  // Adds `r`, whose entity has no reactor of this list yet.
+  R* insert(Ptr<R> r) {
+    r->hasNotificationActiveIs(ownerActive());
+    R* p = r.release();
+    Listed<R>& links = *p;
+    links.next_ = head_;
+    links.listed_ = true;
+    if (head_ != nullptr) static_cast<Listed<R>&>(*head_).prev_ = p;
+    head_ = p;
+    ++size_;
+    return p;
+  }
+
+  // Drops `r` after its handleDel; nothing when it has left already (a
+  // handleDel may erase it again).
+  void erase(R* r) {
+    if (!static_cast<Listed<R>&>(*r).listed_) return;
+    Ptr<R> keep(r);
+    r->doHandleDel();
+    if (static_cast<Listed<R>&>(*r).listed_) unlink(r)->delRef();
+  }
+
+  // Drops every reactor, each after its handleDel.
+  void clear() {
+    while (head_ != nullptr) erase(head_);
+  }
+
+  void hasNotificationActiveIs(bool active) override {
+    forEach([active](R& r) { r.hasNotificationActiveIs(active); });
+  }
+  void handleOwnerDel() override { clear(); }
+
+ private:
+  R* unlink(R* r) {
+    Listed<R>& links = *r;
+    if (links.prev_ != nullptr) {
+      static_cast<Listed<R>&>(*links.prev_).next_ = links.next_;
+    } else {
+      head_ = links.next_;
+    }
+    if (links.next_ != nullptr) static_cast<Listed<R>&>(*links.next_).prev_ = links.prev_;
+    links.prev_ = links.next_ = nullptr;
+    links.listed_ = false;
+    --size_;
+    return r;
+  }
+
+  R* head_ = nullptr;
+  uint32_t size_ = 0;
+};
+
 // One nested reactor (an input watched as a whole), switched with its owner.
 template <class R>
 class NestedReactor final : public NestedReactorGroup {

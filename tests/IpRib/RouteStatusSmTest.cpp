@@ -1,6 +1,9 @@
 // RouteStatusSm: from protocol status to RIB routes, one scenario a case.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "Kel/HashTable.h"
 #include "tests/IpRib/RouteStatusSmFixture.h"
 
 namespace Routing::Protocol::Test {
@@ -41,11 +44,15 @@ TEST_F(RouteStatusSmTest, AReadyRouteReachesTheRibWithItsVias) {
 }
 
 TEST_F(RouteStatusSmTest, ExplainTellsWhyEachViaIsOrIsNotUsed) {
-  w.viaRecordIs(6, 100);
+  // A labelled via walked after vias 1 and 2 (vias of a type go in hash order).
+  const auto walkOrder = [&](uint32_t i) { return w.via(i).hash(Kel::collectionHashSeed); };
+  uint32_t labelled = 4;
+  while (walkOrder(labelled) < std::max(walkOrder(1), walkOrder(2))) ++labelled;
+  w.viaRecordIs(labelled, 100);
   w.addVia(p1, 1, V::viaIntfNextHop, 99);
   w.addVia(p1, 2, V::viaIntfNextHop, 1, 5);
   w.addVia(p1, 2, V::viaIntfNextHop, 2, 9);
-  w.addVia(p1, 2, V::viaIntfNextHop, 6, 9);
+  w.addVia(p1, 2, V::viaIntfNextHop, labelled, 9);
   w.addVia(p1, 2, V::viaDefault, 3);
   w.touch(p1);
   RouteExplanation e = w.sm->explain(p1);
@@ -54,7 +61,7 @@ TEST_F(RouteStatusSmTest, ExplainTellsWhyEachViaIsOrIsNotUsed) {
   EXPECT_EQ(e.preferences()[0].viaTypes[0].vias[0].verdict, ViaVerdict::unresolved);
   EXPECT_TRUE(e.preferences()[1].won);
   EXPECT_EQ(e.finalVia(w.via(1))->verdict, ViaVerdict::pushedOutByLabelledVia);
-  EXPECT_EQ(e.finalVia(w.via(6))->verdict, ViaVerdict::added);
+  EXPECT_EQ(e.finalVia(w.via(labelled))->verdict, ViaVerdict::added);
   ASSERT_NE(e.ribRoute(), nullptr);
   EXPECT_TRUE(*e.ribRoute() == *w.ribRoute(p1));
   EXPECT_NE(e.str().find("pushed out by a labelled via"), std::string::npos) << e.str();

@@ -81,7 +81,10 @@ TEST(ViaKey, OrderAndHashFollowTheFieldsInOrder) {
     }
   }
   const ViaKey k(2, 5, 3, 9);
-  EXPECT_EQ(k.hash(11), Kel::Hasher(11).add(2u).add(5u).add(3u).add(9u).result());
+  EXPECT_EQ(k.hash(11), Kel::hashWords(uint64_t(2) << 32 | 5u, uint64_t(3) << 32 | 9u, 11));
+  EXPECT_NE(k.hash(11), k.hash(12));
+  EXPECT_NE(k.hash(11), ViaKey(2, 5, 9, 3).hash(11))
+      << "selector and index are not interchangeable";
   EXPECT_EQ(Routing::Rib::ViaKeyHash()(k), size_t(k.hash(0)));
   std::unordered_set<ViaKey, Routing::Rib::ViaKeyHash> set(ascending.begin(), ascending.end());
   set.insert(ViaKey(1, 0, 0, 0));

@@ -4,8 +4,9 @@
 // in the empty key), the VRF id, the `selector` the RIB uses to pick the
 // per-protocol via table, and the `viaIndex` that identifies the next hop
 // within the vias of that kind, VRF and selector. The default key is all zero,
-// the empty via key. Order is by the fields in that order; the hash feeds them
-// to Kel::Hasher in that order. operator<< writes "via(kind:vrfId:selector:viaIndex)".
+// the empty via key. Order is by the fields in that order; the hash takes
+// them as two words (kind and VRF id, selector and via index), Kel::hashWords. operator<< writes
+// "via(kind:vrfId:selector:viaIndex)".
 #pragma once
 
 #include <compare>
@@ -40,7 +41,8 @@ class ViaKey {
   bool isEmpty() const { return *this == ViaKey(); }
 
   uint32_t hash(uint32_t seed) const {
-    return Kel::Hasher(seed).add(kind_).add(vrfId_).add(selector_).add(viaIndex_).result();
+    return Kel::hashWords(uint64_t(kind_) << 32 | vrfId_, uint64_t(selector_) << 32 | viaIndex_,
+                          seed);
   }
 
   friend bool operator==(const ViaKey&, const ViaKey&) = default;

@@ -26,6 +26,7 @@
 #include "Kel/Collections.h"
 #include "Kel/Entity.h"
 #include "Kel/HashTable.h"
+#include "Kel/Prefetch.h"
 #include "Kel/Ptr.h"
 #include "platform/L3/VrfName.h"
 #include "platform/Routing/Rib/Brisk/ViaSet.h"
@@ -113,6 +114,17 @@ class ViaSetConfig final : public Kel::Entity {
 
   // The entry with the content of `s`, created with a fresh id if none.
   Kel::Ptr<const ViaSetEntry> dedupConfigViaSetIs(const Brisk::ViaSet& s);
+  // Look-ahead for a caller that can tell a content before it asks for it
+  // (see Kel/Prefetch.h), by the content's hash: step 0 starts loading where
+  // the look-up begins, step 1 (once that is in cache) the entry found there.
+  uint32_t contentHashOf(const ViaSetContent& c) const { return byContent_.hashOf(c); }
+  void prefetchContentStep(uint32_t hash, int step) const {
+    if (step == 0) {
+      byContent_.prefetch(hash);
+    } else if (ViaSetEntry* const* e = byContent_.probable(hash)) {
+      Kel::prefetchLine(*e);
+    }
+  }
   // Null when no entry has id `id`.
   Kel::Ptr<const ViaSetEntry> viaSet(Id id) const;
   uint32_t size() const { return size_; }
