@@ -295,6 +295,7 @@ void Route::routePrefDelAll() {
 // --------------------------------------------------------------------- Status
 
 Kel::Ptr<Route> Status::route(const Pando::IpGenPrefix& p) const {
+  if (lastFiled_ != nullptr && lastFiled_->prefix() == p) return Kel::Ptr<Route>(lastFiled_);
   const auto* e = route_.find(p);
   return e ? *e : nullptr;
 }
@@ -302,9 +303,11 @@ Kel::Ptr<Route> Status::route(const Pando::IpGenPrefix& p) const {
 Kel::Ptr<Route> Status::routeIs(const Pando::IpGenPrefix& p) {
   // Made only when absent: a route's objects are carved together, and one made and
   // dropped here would leave a hole among them.
-  if (const auto* e = route_.find(p)) return *e;
-  Kel::Ptr<Route> route = *route_.insert(Kel::makePtr<Route>(p)).first;
+  const auto [entry, inserted] = route_.insertWith(p, [&p] { return Kel::makePtr<Route>(p); });
+  Kel::Ptr<Route> route = *entry;
+  if (!inserted) return route;
   route->filed_ = true;  // nobody watches it yet
+  lastFiled_ = route.ptr();
   notifyKey(&Notifiee::onRoute, p);
   return route;
 }
@@ -312,6 +315,7 @@ Kel::Ptr<Route> Status::routeIs(const Pando::IpGenPrefix& p) {
 void Status::routeDel(const Pando::IpGenPrefix& p) {
   std::optional<Kel::Ptr<Route>> gone = route_.extract(p);
   if (!gone) return;
+  if (lastFiled_ == gone->ptr()) lastFiled_ = nullptr;
   (*gone)->filedIs(false);
   gone.reset();
   notifyKey(&Notifiee::onRoute, p);
@@ -320,6 +324,7 @@ void Status::routeDel(const Pando::IpGenPrefix& p) {
 void Status::routeDelAll() {
   while (!route_.empty()) {
     Kel::Ptr<Route> route = route_.popFront();
+    if (lastFiled_ == route.ptr()) lastFiled_ = nullptr;
     route->filedIs(false);
     notifyKey(&Notifiee::onRoute, route->prefix());
   }

@@ -338,6 +338,9 @@ class Status final : public Kel::Entity {
  private:
   RouteStatusKey key_;
   RouteMap route_;
+  // The route filed last, asked for at once by every reactor that hears of
+  // it: found without a probe. Null once it leaves.
+  Route* lastFiled_ = nullptr;
   bool initialized_ = false;
 };
 

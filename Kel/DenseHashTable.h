@@ -220,6 +220,25 @@ class DenseHashTable {
     return {&store_[pos], true};
   }
 
+  // Returns the entry with `key`, or files make() (an entry with that key)
+  // when there is none: one probe, and no entry made in vain.
+  template <class Make>
+  std::pair<Entry*, bool> insertWith(const Key& key, Make&& make) {
+    bool made = false;
+    try {
+      // The index reads keys from the store, so a new entry goes there first.
+      const auto [pos, inserted] = index_.insertWith(key, [&] {
+        store_.pushBack(make());
+        made = true;
+        return store_.size() - 1;
+      });
+      return {&store_[*pos], inserted};
+    } catch (...) {
+      if (made) store_.popBack();
+      throw;
+    }
+  }
+
   bool erase(const Key& key) {
     const std::optional<uint32_t> pos = index_.extract(key);
     if (!pos) return false;

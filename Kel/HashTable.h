@@ -195,32 +195,19 @@ class HashTable {
   // whether it was inserted.
   std::pair<Entry*, bool> insert(Entry&& entry) {
     const uint32_t h = traits_.hash(traits_.key(entry));
-    for (;;) {
-      uint32_t p = home(h);
-      for (; p < slotCount_; ++p) {
-        Slot& s = slots_[p];
-        if (!s.used() || s.hash > h) break;
-        if (s.hash == h) {
-          const auto& k = traits_.key(s.entry());
-          if (k == traits_.key(entry)) return {&s.entry(), false};
-          if (traits_.key(entry) < k) break;
-        }
-      }
-      const bool underLimit = size_ + 1 <= loadLimit();
-      if (underLimit) {
-        uint32_t e = p;
-        while (e < slotCount_ && slots_[e].used()) ++e;
-        if (e < slotCount_) {
-          shiftRight(p, e);
-          first_ = std::min(first_, p);
-          Slot& s = slots_[p];
-          s.put(h, std::move(entry));
-          ++size_;
-          return {&s.entry(), true};
-        }
-      }
-      grow(underLimit);
-    }
+    const auto [p, present] = probe(h, traits_.key(entry));
+    if (present) return {&slots_[p].entry(), false};
+    return {place(p, h, std::move(entry)), true};
+  }
+
+  // Returns the element with `key`, or files make() (an entry with that key)
+  // when there is none: one probe, and no entry made in vain.
+  template <class Make>
+  std::pair<Entry*, bool> insertWith(const Key& key, Make&& make) {
+    const uint32_t h = traits_.hash(key);
+    const auto [p, present] = probe(h, key);
+    if (present) return {&slots_[p].entry(), false};
+    return {place(p, h, make()), true};
   }
 
   bool erase(const Key& key) {
@@ -265,6 +252,43 @@ class HashTable {
   uint32_t nextUsed(uint32_t i) const {
     while (i < slotCount_ && !slots_[i].used()) ++i;
     return i;
+  }
+
+  // The slot holding `key` (true), or the slot where it would go (false).
+  std::pair<uint32_t, bool> probe(uint32_t h, const Key& key) const {
+    uint32_t p = home(h);
+    for (; p < slotCount_; ++p) {
+      const Slot& s = slots_[p];
+      if (!s.used() || s.hash > h) break;
+      if (s.hash == h) {
+        const auto& k = traits_.key(s.entry());
+        if (k == key) return {p, true};
+        if (key < k) break;
+      }
+    }
+    return {p, false};
+  }
+
+  // Files `entry`, absent and of hash `h`, at `p`, its place; grows (and
+  // finds its place again) when the table is full.
+  Entry* place(uint32_t p, uint32_t h, Entry&& entry) {
+    for (;;) {
+      const bool underLimit = size_ + 1 <= loadLimit();
+      if (underLimit) {
+        uint32_t e = p;
+        while (e < slotCount_ && slots_[e].used()) ++e;
+        if (e < slotCount_) {
+          shiftRight(p, e);
+          first_ = std::min(first_, p);
+          Slot& s = slots_[p];
+          s.put(h, std::move(entry));
+          ++size_;
+          return &s.entry();
+        }
+      }
+      grow(underLimit);
+      p = probe(h, traits_.key(entry)).first;
+    }
   }
 
   // The slot holding `key`, or slotCount_.

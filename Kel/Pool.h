@@ -13,18 +13,84 @@
 // sizes come back, and they come from malloc directly, out of sight of heap
 // accounting that replaces operator new. Blocks over 256 bytes, and all
 // blocks in sanitizer builds (so that misuse stays visible), go to the heap.
-// One thread, like the framework.
+// One thread, like the framework. The common paths are inline: a route's
+// objects cost a dozen instructions each.
 #pragma once
 
 #include <cstddef>
+#include <new>
 
 namespace Kel::Pool {
 
 enum class Arena { data, reactors };
 
-void* allocate(std::size_t size, Arena arena = Arena::data);
+// The largest pooled block.
+inline constexpr std::size_t largest = 256;
+
+namespace detail {
+
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool pooled = false;
+#else
+inline constexpr bool pooled = true;
+#endif
+inline constexpr std::size_t granule = 8;
+inline constexpr std::size_t classCount = largest / granule + 1;
+
+struct FreeBlock {
+  FreeBlock* next;
+};
+
+struct ArenaState {
+  FreeBlock* free[classCount] = {};
+  std::size_t live[classCount] = {};
+  char* carve = nullptr;  // the unused rest of the newest chunk
+  char* carveEnd = nullptr;
+  std::size_t nextChunk = 0;
+};
+
+extern ArenaState arenas[2];
+extern std::size_t requestedTotal;
+
+inline std::size_t classOf(std::size_t size) { return (size + granule - 1) / granule; }
+// Starts a fresh chunk for `a` (the rest of the old one, under 256 bytes, is left).
+void newChunk(ArenaState& a);
+
+}  // namespace detail
+
+inline void* allocate(std::size_t size, Arena arena = Arena::data) {
+  if (!detail::pooled || size > largest) return ::operator new(size);
+  detail::ArenaState& a = detail::arenas[int(arena)];
+  const std::size_t c = detail::classOf(size);
+  void* p = a.free[c];
+  if (p != nullptr) {
+    // Freed blocks come back in any order: start loading the next one now,
+    // or each allocation from a long list waits on its own cache miss.
+    a.free[c] = a.free[c]->next;
+    __builtin_prefetch(a.free[c], 1);
+  } else {
+    const std::size_t block = c * detail::granule;
+    if (std::size_t(a.carveEnd - a.carve) < block) detail::newChunk(a);
+    p = a.carve;
+    a.carve += block;
+  }
+  ++a.live[c];
+  detail::requestedTotal += size;
+  return p;
+}
+
 // `size` and `arena` are those the block was allocated with.
-void deallocate(void* p, std::size_t size, Arena arena = Arena::data) noexcept;
+inline void deallocate(void* p, std::size_t size, Arena arena = Arena::data) noexcept {
+  if (!detail::pooled || size > largest) {
+    ::operator delete(p);
+    return;
+  }
+  detail::ArenaState& a = detail::arenas[int(arena)];
+  const std::size_t c = detail::classOf(size);
+  --a.live[c];
+  detail::requestedTotal -= size;
+  a.free[c] = new (p) detail::FreeBlock{a.free[c]};
+}
 
 // Memory accounting: what the live pooled blocks were asked for, and hold.
 struct Usage {
@@ -34,7 +100,5 @@ struct Usage {
 Usage usage();
 // Live pooled blocks of `blockSize` bytes (a multiple of 8), in both arenas.
 std::size_t liveBlocks(std::size_t blockSize);
-// The largest pooled block.
-inline constexpr std::size_t largest = 256;
 
 }  // namespace Kel::Pool

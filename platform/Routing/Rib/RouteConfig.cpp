@@ -8,14 +8,15 @@
 namespace Routing::Rib {
 
 void RouteConfig::routeAdd(const Route& r) {
-  if (Route* present = route_.find(r.key())) {
-    if (*present == r) return;
+  if (route_.size() >= capacity_ && route_.find(r.key()) == nullptr) {
+    throw Kel::RangeError("RouteConfig::route capacity exceeded");
+  }
+  const auto [stored, inserted] = route_.insertWith(r.key(), [&r] { return Route(r); });
+  if (!inserted) {
+    if (*stored == r) return;
     // The old route goes after the slot is rewritten: dropping its via set
     // may notify reactors that write to this table.
-    Route old = std::exchange(*present, r);
-  } else {
-    if (route_.size() >= capacity_) throw Kel::RangeError("RouteConfig::route capacity exceeded");
-    route_.insert(Route(r));
+    Route old = std::exchange(*stored, r);
   }
   ++adds_;
   notifyKey(&Notifiee::onRoute, r.key());
