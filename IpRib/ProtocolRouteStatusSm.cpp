@@ -40,6 +40,12 @@ class RouteStatusSm::KelRoute final : public Route::Notifiee, public Kel::Listed
   void onFiled() override {
     if (!notifier()->filed()) sm_->routeDel(this);
   }
+  // A pass will change the route (a via sweep stamping it): what the
+  // evaluation reads besides the route is its RIB route.
+  void readAhead(int step) const override {
+    const Rib::RouteConfig& rib = *sm_->ribConfig_;
+    rib.prefetchRouteStep(rib.routeHashOf(Rib::RouteKey(sm_->vrfId_, key())), step);
+  }
 
  private:
   RouteStatusSm* sm_;

@@ -1,5 +1,7 @@
 #include "IpRib/ProtocolViaMetricStatusSm.h"
 
+#include <algorithm>
+
 #include "Kel/Assert.h"
 #include "Kel/System.h"
 #include "Kel/Trace.h"
@@ -525,13 +527,16 @@ void ViaMetricStatusSm::handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transpo
   const Kel::HashedSet<PrefixPrefVrfId>& routes = rbvk->route();
   // Each stamp re-evaluates its route at once, and waits on cache misses:
   // bring the routes ahead toward the cache (their status slot first), found
-  // again by hash at each step. A few routes would never reach the later
-  // steps, and are not worth the ring.
+  // again by hash at each step, and once a route is in cache, its reactors
+  // and what they will read (a route evaluation, its RIB route). A few
+  // routes would never reach the later steps, and are not worth the ring.
   struct Upcoming {
     Kel::Ptr<const Status> status;
     uint32_t hash;
   };
-  using Ahead = Kel::Lookahead<Upcoming, 1 + routePrefetchSteps, 2>;
+  // Reactors read ahead as far as a RIB route and its via set.
+  static constexpr int reactorSteps = Kel::Entity::reactorListSteps + 3;
+  using Ahead = Kel::Lookahead<Upcoming, 2 + std::max(routePrefetchSteps - 1, reactorSteps), 2>;
   if (routes.size() <= Ahead::lead) {
     for (const PrefixPrefVrfId& e : routes) stamp(e);
     return;
@@ -552,7 +557,8 @@ void ViaMetricStatusSm::handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transpo
       if (stage == 0) {
         map.prefetch(u.hash);
       } else if (const Kel::Ptr<Route>* route = map.probable(u.hash)) {
-        prefetchRouteStep(**route, stage - 1);
+        if (stage - 1 < routePrefetchSteps) prefetchRouteStep(**route, stage - 1);
+        if (stage >= 2) (*route)->readAheadReactors(stage - 2);
       }
     });
   };

@@ -1,6 +1,7 @@
 #include "Kel/Entity.h"
 
 #include "Kel/Assert.h"
+#include "Kel/Prefetch.h"
 
 #include <algorithm>
 
@@ -33,6 +34,33 @@ size_t Entity::notifieeCount() const {
   if ((reactors_ & hubTag) == 0) return reactors_ != 0 ? 1 : 0;
   NotifieeBase** l = hub()->list();
   return size_t(std::count_if(l, l + hub()->size, [](NotifieeBase* r) { return r != nullptr; }));
+}
+
+void Entity::readAheadReactors(int step) const {
+  if (reactors_ == 0) return;
+  if ((reactors_ & hubTag) == 0) {
+    const NotifieeBase* r = reinterpret_cast<NotifieeBase*>(reactors_);
+    if (step == 0) {
+      prefetchLine(r);
+    } else if (step >= reactorListSteps && isActive(r)) {
+      r->readAhead(step - reactorListSteps);
+    }
+    return;
+  }
+  Hub* h = hub();
+  if (step == 0) {
+    prefetchLine(h);
+    return;
+  }
+  for (uint32_t i = 0; i < h->size; ++i) {
+    const NotifieeBase* r = h->list()[i];
+    if (r == nullptr) continue;
+    if (step == 1) {
+      prefetchLine(r);
+    } else if (isActive(r)) {
+      r->readAhead(step - reactorListSteps);
+    }
+  }
 }
 
 void Entity::attach(NotifieeBase* r) const {

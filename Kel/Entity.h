@@ -32,6 +32,14 @@ class Entity : public PtrInterface {
   virtual const char* typeName() const = 0;
   size_t notifieeCount() const;
 
+  // Look-ahead for a pass about to change many entities (see Kel/Prefetch.h):
+  // step 0 starts loading this entity's reactor list, step 1 its reactors,
+  // and each later step n asks every active reactor to readAhead(n - 2),
+  // so that it starts loading what its handler will read. Each step reads
+  // only what the one before brought. Changes nothing.
+  static constexpr int reactorListSteps = 2;
+  void readAheadReactors(int step) const;
+
  protected:
   // Calls `call(static_cast<N*>(reactor))` on each active bound reactor.
   template <class N, class F>
@@ -123,6 +131,9 @@ class NotifieeBase : public PtrInterface {
   // handleDel, then the same for every nested reactor below: the entities
   // under a deleted one are gone too.
   void doHandleDel();
+  // A change of the entity is coming (Entity::readAheadReactors): start
+  // loading, in steps, what the handler will read. Must change nothing.
+  virtual void readAhead(int /*step*/) const {}
 
  protected:
   Entity* notifierBase() const { return notifier_.ptr(); }

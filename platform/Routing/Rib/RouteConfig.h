@@ -53,16 +53,18 @@ class RouteConfig final : public Kel::Entity {
   const Route* route(const RouteKey& k) const { return route_.find(k); }
   // Look-ahead for passes over many routes (see Kel/Prefetch.h), by the
   // key's hash: step 0 starts loading where the look-up begins, step 1 the
-  // route, step 2 its via set. Each step reads only what the one before
-  // brought.
+  // route, step 2 its via set; later steps do nothing. Each step reads only
+  // what the one before brought.
+  static constexpr int routePrefetchSteps = 3;
   uint32_t routeHashOf(const RouteKey& k) const { return route_.hashOf(k); }
   void prefetchRouteStep(uint32_t hash, int step) const {
     if (step == 0) {
       route_.prefetch(hash);
     } else if (step == 1) {
       route_.prefetchEntry(hash);
-    } else if (const Route* r = route_.probable(hash); r != nullptr && r->viaSet()) {
-      Kel::prefetchLine(r->viaSet().ptr());
+    } else if (step == 2) {
+      const Route* r = route_.probable(hash);
+      if (r != nullptr && r->viaSet()) Kel::prefetchLine(r->viaSet().ptr());
     }
   }
   uint32_t routeSize() const { return route_.size(); }
