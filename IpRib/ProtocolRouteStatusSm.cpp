@@ -18,6 +18,15 @@ constexpr uint32_t flagNoViaIpv4 = 2;
 constexpr uint32_t flagNoViaIpv6 = 4;
 // The fecType of a preference installed even when no via is usable.
 constexpr uint8_t fecTypeInstallWithoutVia = 2;
+
+// A level of the via metric tree from its map, without touching its count:
+// this runs for every via of every evaluation.
+template <class Map, class Key>
+auto* metricLevel(const Map& map, const Key& key) {
+  const auto* e = map.find(key);
+  return e ? e->ptr() : nullptr;
+}
+
 }  // namespace
 
 // Text traces start with the VRF name, ring traces with the VRF id.
@@ -556,18 +565,18 @@ RouteStatusSm::ViaCheck RouteStatusSm::checkVia(const Pando::IpGenPrefix& prefix
   }
   if (!viaMetricStatusByVrf_) return ViaCheck::unresolved;
   const Rib::ViaMetricStatusByTransport* byTransport =
-      viaMetricStatusByVrf_->viaMetricStatusByTransport(via.vrfId()).ptr();
+      metricLevel(viaMetricStatusByVrf_->viaMetricStatusByTransport(), via.vrfId());
   if (byTransport == nullptr) {
     RSM_TRACE(9, " no vmt");
     return ViaCheck::unresolved;
   }
   const Rib::ViaMetricStatusByProtocol* byProtocol =
-      byTransport->viaMetricStatusByProtocol(via.kind()).ptr();
+      metricLevel(byTransport->viaMetricStatusByProtocol(), via.kind());
   if (byProtocol == nullptr) {
     RSM_TRACE(9, " no vmp");
     return ViaCheck::unresolved;
   }
-  const Rib::ViaMetricStatus* metrics = byProtocol->viaMetricStatus(via.selector()).ptr();
+  const Rib::ViaMetricStatus* metrics = metricLevel(byProtocol->viaMetricStatus(), via.selector());
   const Rib::ViaMetric* metric = metrics ? metrics->viaMetric(via) : nullptr;
   if (metric == nullptr) {
     RSM_TRACE(9, " no vms");

@@ -4,11 +4,6 @@ namespace Routing::Rib {
 
 // ------------------------------------------------------------ ViaMetricStatus
 
-const ViaMetric* ViaMetricStatus::viaMetric(const ViaKey& k) const {
-  const Entry* e = viaMetric_.find(k);
-  return e ? &e->viaMetric : nullptr;
-}
-
 void ViaMetricStatus::viaMetricIs(const ViaKey& k, const ViaMetric& m) {
   auto [entry, inserted] = viaMetric_.insert(Entry{k, m});
   if (!inserted) {
@@ -23,11 +18,6 @@ void ViaMetricStatus::viaMetricDel(const ViaKey& k) {
 }
 
 // -------------------------------------------------- ViaMetricStatusByProtocol
-
-Kel::Ptr<ViaMetricStatus> ViaMetricStatusByProtocol::viaMetricStatus(uint32_t selector) const {
-  const auto* e = viaMetricStatus_.find(selector);
-  return e ? *e : nullptr;
-}
 
 Kel::Ptr<ViaMetricStatus> ViaMetricStatusByProtocol::viaMetricStatusIs(uint32_t selector) {
   if (const auto* e = viaMetricStatus_.find(selector)) return *e;
@@ -45,12 +35,6 @@ void ViaMetricStatusByProtocol::viaMetricStatusDel(uint32_t selector) {
 
 // ------------------------------------------------- ViaMetricStatusByTransport
 
-Kel::Ptr<ViaMetricStatusByProtocol> ViaMetricStatusByTransport::viaMetricStatusByProtocol(
-    uint8_t kind) const {
-  const auto* e = byProtocol_.find(kind);
-  return e ? *e : nullptr;
-}
-
 Kel::Ptr<ViaMetricStatusByProtocol> ViaMetricStatusByTransport::viaMetricStatusByProtocolIs(
     uint8_t kind) {
   if (const auto* e = byProtocol_.find(kind)) return *e;
@@ -67,12 +51,6 @@ void ViaMetricStatusByTransport::viaMetricStatusByProtocolDel(uint8_t kind) {
 }
 
 // ------------------------------------------------------- ViaMetricStatusByVrf
-
-Kel::Ptr<ViaMetricStatusByTransport> ViaMetricStatusByVrf::viaMetricStatusByTransport(
-    Vrf::VrfIdMap::VrfId v) const {
-  const auto* e = byTransport_.find(v);
-  return e ? *e : nullptr;
-}
 
 Kel::Ptr<ViaMetricStatusByTransport> ViaMetricStatusByVrf::viaMetricStatusByTransportIs(
     Vrf::VrfIdMap::VrfId v) {

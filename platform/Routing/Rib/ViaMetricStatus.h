@@ -51,7 +51,10 @@ class ViaMetricStatus final : public Kel::Entity {
 
   const ViaMetricMap& viaMetric() const { return viaMetric_; }
   // Null when the RIB has no entry for `k`.
-  const ViaMetric* viaMetric(const ViaKey& k) const;
+  const ViaMetric* viaMetric(const ViaKey& k) const {
+    const Entry* e = viaMetric_.find(k);
+    return e ? &e->viaMetric : nullptr;
+  }
   uint32_t viaMetricSize() const { return viaMetric_.size(); }
   void viaMetricIs(const ViaKey& k, const ViaMetric& m);
   void viaMetricDel(const ViaKey& k);
@@ -81,7 +84,10 @@ class ViaMetricStatusByProtocol final : public Kel::Entity {
   uint8_t kind() const { return kind_; }
 
   const ViaMetricStatusMap& viaMetricStatus() const { return viaMetricStatus_; }
-  Kel::Ptr<ViaMetricStatus> viaMetricStatus(uint32_t selector) const;
+  Kel::Ptr<ViaMetricStatus> viaMetricStatus(uint32_t selector) const {
+    const auto* e = viaMetricStatus_.find(selector);
+    return e ? *e : nullptr;
+  }
   uint32_t viaMetricStatusSize() const { return viaMetricStatus_.size(); }
   // Returns the table for `selector`, creating an empty one when absent.
   Kel::Ptr<ViaMetricStatus> viaMetricStatusIs(uint32_t selector);
@@ -108,7 +114,10 @@ class ViaMetricStatusByTransport final : public Kel::Entity {
   Vrf::VrfIdMap::VrfId vrfId() const { return vrfId_; }
 
   const ByProtocolMap& viaMetricStatusByProtocol() const { return byProtocol_; }
-  Kel::Ptr<ViaMetricStatusByProtocol> viaMetricStatusByProtocol(uint8_t kind) const;
+  Kel::Ptr<ViaMetricStatusByProtocol> viaMetricStatusByProtocol(uint8_t kind) const {
+    const auto* e = byProtocol_.find(kind);
+    return e ? *e : nullptr;
+  }
   uint32_t viaMetricStatusByProtocolSize() const { return byProtocol_.size(); }
   // Returns the level for `kind`, creating an empty one when absent.
   Kel::Ptr<ViaMetricStatusByProtocol> viaMetricStatusByProtocolIs(uint8_t kind);
@@ -131,7 +140,10 @@ class ViaMetricStatusByVrf final : public Kel::Entity {
   const char* typeName() const override { return "Routing::Rib::ViaMetricStatusByVrf"; }
 
   const ByTransportMap& viaMetricStatusByTransport() const { return byTransport_; }
-  Kel::Ptr<ViaMetricStatusByTransport> viaMetricStatusByTransport(Vrf::VrfIdMap::VrfId v) const;
+  Kel::Ptr<ViaMetricStatusByTransport> viaMetricStatusByTransport(Vrf::VrfIdMap::VrfId v) const {
+    const auto* e = byTransport_.find(v);
+    return e ? *e : nullptr;
+  }
   uint32_t viaMetricStatusByTransportSize() const { return byTransport_.size(); }
   // Returns the level for VRF `v`, creating an empty one when absent.
   Kel::Ptr<ViaMetricStatusByTransport> viaMetricStatusByTransportIs(Vrf::VrfIdMap::VrfId v);

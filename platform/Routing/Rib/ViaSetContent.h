@@ -3,7 +3,7 @@
 // off a Brisk::ViaSet or a stored entry alike.
 //
 // == and < compare the flags, then the keys in order (lexicographically); the
-// hash feeds the flags, then each key's fields, to one Kel::Hasher. Inline.
+// hash takes the flags and the count, then chains each key's hash. Inline.
 #pragma once
 
 #include <algorithm>
@@ -20,12 +20,9 @@ struct ViaSetContent {
   std::span<const ViaKey> viaKeys;
 
   uint32_t hash(uint32_t seed) const {
-    Kel::Hasher h(seed);
-    h.add(flags);
-    for (const ViaKey& k : viaKeys) {
-      h.add(k.kind()).add(k.vrfId()).add(k.selector()).add(k.viaIndex());
-    }
-    return h.result();
+    uint32_t h = Kel::hashWords(flags, viaKeys.size(), seed);
+    for (const ViaKey& k : viaKeys) h = k.hash(h);
+    return h;
   }
 
   friend bool operator==(const ViaSetContent& a, const ViaSetContent& b) {

@@ -10,14 +10,8 @@ namespace Routing::Rib::Brisk {
 
 static_assert(std::is_trivially_copyable_v<ViaKey>);
 
-void ViaSet::viaKeyIs(uint32_t index, const ViaKey& k) {
-  if (index >= maxVias) {
-    throw Kel::RangeError("ViaIndex::value < ViaIndex::min or > ViaIndex::max not allowed");
-  }
-  ViaKey* key = keys();
-  if (index > size_) std::fill(key + size_, key + index, ViaKey());
-  key[index] = k;
-  if (index >= size_) size_ = index + 1;
+void ViaSet::throwIndexRange() {
+  throw Kel::RangeError("ViaIndex::value < ViaIndex::min or > ViaIndex::max not allowed");
 }
 
 std::ostream& operator<<(std::ostream& os, const ViaSet& s) {

@@ -10,6 +10,7 @@
 // and the hash like the keys.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -39,7 +40,14 @@ class ViaSet {
     return *this;
   }
 
-  void viaKeyIs(uint32_t index, const ViaKey& k);
+  // Sets key `index`; skipped slots below it become empty keys.
+  void viaKeyIs(uint32_t index, const ViaKey& k) {
+    if (index >= maxVias) throwIndexRange();
+    ViaKey* key = keys();
+    if (index > size_) std::fill(key + size_, key + index, ViaKey());
+    key[index] = k;
+    if (index >= size_) size_ = index + 1;
+  }
   // Key `i`, which must be below size().
   const ViaKey& viaKey(uint32_t i) const { return keys()[i]; }
   uint32_t size() const { return size_; }
@@ -56,11 +64,12 @@ class ViaSet {
   const ViaKey* end() const { return keys() + size_; }
   ViaSetContent content() const { return {flags_, {begin(), end()}}; }
 
-  // The content's hash: the flags, then each key's fields, in order.
+  // The content's hash (ViaSetContent's).
   uint32_t hash(uint32_t seed) const { return content().hash(seed); }
   friend bool operator==(const ViaSet& a, const ViaSet& b) { return a.content() == b.content(); }
 
  private:
+  [[noreturn]] static void throwIndexRange();
   // ViaKey is trivially copyable, so the byte array holds ViaKeys without
   // constructing all 600 up front.
   const ViaKey* keys() const { return std::launder(reinterpret_cast<const ViaKey*>(storage_)); }

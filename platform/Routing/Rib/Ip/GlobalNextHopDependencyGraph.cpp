@@ -6,19 +6,8 @@
 
 namespace Routing::Rib::Ip {
 
-const Pando::IpGenAddr* GlobalNextHopDependencyGraph::viaNextHop(const ViaKey& k) const {
-  const NextHopEntry* e = viaNextHop_.find(k);
-  return e ? &e->nextHop : nullptr;
-}
-
 void GlobalNextHopDependencyGraph::viaNextHopIs(const ViaKey& k, const Pando::IpGenAddr& nextHop) {
   viaNextHop_.insert(NextHopEntry{k, nextHop}).first->nextHop = nextHop;
-}
-
-const GlobalNextHopDependencyGraph::VrfRoutes* GlobalNextHopDependencyGraph::vrfRoutes(
-    Vrf::VrfIdMap::VrfId vrfId) const {
-  const VrfEntry* e = routes_.find(vrfId);
-  return e ? &e->routes : nullptr;
 }
 
 void GlobalNextHopDependencyGraph::viaNextHopDel(const ViaKey& k) { viaNextHop_.erase(k); }
@@ -103,18 +92,11 @@ bool GlobalNextHopDependencyGraph::reaches(
   return false;
 }
 
-bool GlobalNextHopDependencyGraph::loopingRoute(const Pando::IpGenPrefix& prefix,
-                                                const MetricPref& /*mp*/,
-                                                Vrf::VrfIdMap::VrfId vrfId, const ViaKey& via,
-                                                uint32_t /*a*/, uint32_t /*b*/,
-                                                RibType /*rib*/) const {
-  const Pando::IpGenAddr* nextHop = viaNextHop(via);
-  if (nextHop == nullptr) return false;
-  const VrfRoutes* vrf = vrfRoutes(vrfId);
-  // No route installed in the VRF: only the asked prefix itself can resolve the next hop.
-  if (vrf == nullptr) return prefix.contains(*nextHop);
+bool GlobalNextHopDependencyGraph::reachesFrom(const VrfRoutes* routes,
+                                               const Pando::IpGenAddr& nextHop,
+                                               const Pando::IpGenPrefix& prefix) const {
   std::unordered_set<Pando::IpGenPrefix, PrefixHash> visited;
-  return reaches(vrf, *nextHop, prefix, 0, visited);
+  return reaches(routes, nextHop, prefix, 0, visited);
 }
 
 }  // namespace Routing::Rib::Ip

@@ -46,7 +46,10 @@ class GlobalNextHopDependencyGraph final : public Kel::Entity {
   const char* typeName() const override { return "Routing::Rib::Ip::GlobalNextHopDependencyGraph"; }
 
   // The address a via resolves through; null when unknown.
-  const Pando::IpGenAddr* viaNextHop(const ViaKey& k) const;
+  const Pando::IpGenAddr* viaNextHop(const ViaKey& k) const {
+    const NextHopEntry* e = viaNextHop_.find(k);
+    return e ? &e->nextHop : nullptr;
+  }
   uint32_t viaNextHopSize() const { return uint32_t(viaNextHop_.size()); }
   void viaNextHopIs(const ViaKey& k, const Pando::IpGenAddr& nextHop);
   void viaNextHopDel(const ViaKey& k);
@@ -71,9 +74,16 @@ class GlobalNextHopDependencyGraph final : public Kel::Entity {
   // resolve, recursively in the same VRF, to `prefix`. An unknown via, a
   // next hop that matches nothing and a path longer than maxDepth answer
   // false. `mp`, `a`, `b` and `rib` do not change the answer (see above).
-  bool loopingRoute(const Pando::IpGenPrefix& prefix, const MetricPref& mp,
-                    Vrf::VrfIdMap::VrfId vrfId, const ViaKey& via, uint32_t a, uint32_t b,
-                    RibType rib) const;
+  bool loopingRoute(const Pando::IpGenPrefix& prefix, const MetricPref& /*mp*/,
+                    Vrf::VrfIdMap::VrfId vrfId, const ViaKey& via, uint32_t /*a*/, uint32_t /*b*/,
+                    RibType /*rib*/) const {
+    const Pando::IpGenAddr* nextHop = viaNextHop(via);
+    if (nextHop == nullptr) return false;
+    const VrfRoutes* vrf = vrfRoutes(vrfId);
+    // No route installed in the VRF: only the asked prefix itself can resolve the next hop.
+    if (vrf == nullptr) return prefix.contains(*nextHop);
+    return reachesFrom(vrf, *nextHop, prefix);
+  }
 
  private:
   struct PrefixHash {
@@ -123,7 +133,12 @@ class GlobalNextHopDependencyGraph final : public Kel::Entity {
       return Kel::Hasher(Kel::collectionHashSeed).add(v).result();
     }
   };
-  const VrfRoutes* vrfRoutes(Vrf::VrfIdMap::VrfId vrfId) const;
+  const VrfRoutes* vrfRoutes(Vrf::VrfIdMap::VrfId vrfId) const {
+    const VrfEntry* e = routes_.find(vrfId);
+    return e ? &e->routes : nullptr;
+  }
+  bool reachesFrom(const VrfRoutes* routes, const Pando::IpGenAddr& nextHop,
+                   const Pando::IpGenPrefix& prefix) const;
 
   Kel::HashTable<NextHopTraits> viaNextHop_;
   Kel::HashTable<VrfTraits> routes_;
