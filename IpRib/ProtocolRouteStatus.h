@@ -144,9 +144,9 @@ class DedupViaKeyMetric final : public Kel::Entity {
 // from a RoutePref (its convenience mutators keep that).
 class DedupViaKeyByViaType final : public Kel::Entity {
  public:
-  // Few vias a type as a rule: flat, in hash order.
+  // Few vias a type as a rule: flat, in hash order, an ECMP pair inline.
   using DedupViaKeyMap =
-      Kel::FlatHashedPtrMap<Rib::ViaKey, DedupViaKeyMetric, &DedupViaKeyMetric::viaKey>;
+      Kel::FlatHashedPtrMap<Rib::ViaKey, DedupViaKeyMetric, &DedupViaKeyMetric::viaKey, 2>;
   class Notifiee : public Kel::NotifieeOf<DedupViaKeyByViaType> {
    public:
     virtual void onDedupViaKey(const Rib::ViaKey&) {}

@@ -413,6 +413,7 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
   // A wrong guess costs two prefetches.
   const std::optional<uint32_t> guess = guessViaSet(route);
   if (guess) viaSetConfig_->prefetchContentStep(*guess, 0);
+  MetricTableMemo metricTables;
   for (const Kel::Ptr<RoutePref>& routePref : route.routePref()) {
     const RoutePreference pref = routePref->preference();
     viaSet.clear();
@@ -434,7 +435,7 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
         Kel::Ptr<const Rib::DedupViaKey> vtep = routePref->dedupEvpnVtepIpViaKey(via);
         const Rib::ViaKey vtepVia = vtep ? vtep->key() : Rib::ViaKey();
 
-        const ViaCheck check = checkVia(prefix, via, vtepVia, pref);
+        const ViaCheck check = checkVia(prefix, via, vtepVia, pref, &metricTables);
         if (check != ViaCheck::valid) {
           RSM_DUALLOG(9,
                       " (" << prefix << "), Preference: " << unsigned(pref) << ", Via " << via
@@ -543,9 +544,20 @@ RouteStatusSm::ViaCheck RouteStatusSm::checkEvpnVia(const Pando::IpGenPrefix& pr
   return valid ? ViaCheck::valid : check;
 }
 
+RouteStatusSm::MetricTable RouteStatusSm::metricTable(const Rib::ViaKey& via) const {
+  const Rib::ViaMetricStatusByTransport* byTransport =
+      metricLevel(viaMetricStatusByVrf_->viaMetricStatusByTransport(), via.vrfId());
+  if (byTransport == nullptr) return {MetricTable::Missing::vrf, nullptr};
+  const Rib::ViaMetricStatusByProtocol* byProtocol =
+      metricLevel(byTransport->viaMetricStatusByProtocol(), via.kind());
+  if (byProtocol == nullptr) return {MetricTable::Missing::kind, nullptr};
+  return {MetricTable::Missing::none, metricLevel(byProtocol->viaMetricStatus(), via.selector())};
+}
+
 RouteStatusSm::ViaCheck RouteStatusSm::checkVia(const Pando::IpGenPrefix& prefix,
                                                 const Rib::ViaKey& via, const Rib::ViaKey& vtepVia,
-                                                RoutePreference pref) const {
+                                                RoutePreference pref,
+                                                MetricTableMemo* memo) const {
   RSM_TRACE(9, " validVia " << prefix << " and " << via << " evpn " << vtepVia << " pref "
                             << unsigned(pref));
   if (via.kind() == Rib::ViaKey::kindEvpn) return checkEvpnVia(prefix, via, vtepVia);
@@ -564,19 +576,22 @@ RouteStatusSm::ViaCheck RouteStatusSm::checkVia(const Pando::IpGenPrefix& prefix
     }
   }
   if (!viaMetricStatusByVrf_) return ViaCheck::unresolved;
-  const Rib::ViaMetricStatusByTransport* byTransport =
-      metricLevel(viaMetricStatusByVrf_->viaMetricStatusByTransport(), via.vrfId());
-  if (byTransport == nullptr) {
+  MetricTable tree;
+  if (memo != nullptr && memo->holds(via)) {
+    tree = memo->result;
+  } else {
+    tree = metricTable(via);
+    if (memo != nullptr) *memo = {true, via.vrfId(), via.kind(), via.selector(), tree};
+  }
+  if (tree.missing == MetricTable::Missing::vrf) {
     RSM_TRACE(9, " no vmt");
     return ViaCheck::unresolved;
   }
-  const Rib::ViaMetricStatusByProtocol* byProtocol =
-      metricLevel(byTransport->viaMetricStatusByProtocol(), via.kind());
-  if (byProtocol == nullptr) {
+  if (tree.missing == MetricTable::Missing::kind) {
     RSM_TRACE(9, " no vmp");
     return ViaCheck::unresolved;
   }
-  const Rib::ViaMetricStatus* metrics = metricLevel(byProtocol->viaMetricStatus(), via.selector());
+  const Rib::ViaMetricStatus* metrics = tree.table;
   const Rib::ViaMetric* metric = metrics ? metrics->viaMetric(via) : nullptr;
   if (metric == nullptr) {
     RSM_TRACE(9, " no vms");

@@ -170,8 +170,29 @@ class RouteStatusSm final : public Kel::NotifieeBase {
 
  private:
   enum class ViaCheck : uint8_t { valid, unresolved, looping, bfdDown, vtepUnresolved };
+  // The via metric table a via files under (by its VRF id, kind and
+  // selector), or the level of the tree that is missing.
+  struct MetricTable {
+    enum class Missing : uint8_t { none, vrf, kind };
+    Missing missing = Missing::none;
+    const Rib::ViaMetricStatus* table = nullptr;  // null with none: no table of the selector
+  };
+  // The last table a walk looked up: the vias of a route mostly share it,
+  // and nothing changes the tree while a walk reads it.
+  struct MetricTableMemo {
+    bool holds(const Rib::ViaKey& via) const {
+      return valid && via.vrfId() == vrfId && via.kind() == kind && via.selector() == selector;
+    }
+    bool valid = false;
+    Vrf::VrfIdMap::VrfId vrfId = 0;
+    uint8_t kind = 0;
+    uint32_t selector = 0;
+    MetricTable result;
+  };
+  MetricTable metricTable(const Rib::ViaKey& via) const;
   ViaCheck checkVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via,
-                    const Rib::ViaKey& vtepVia, RoutePreference pref) const;
+                    const Rib::ViaKey& vtepVia, RoutePreference pref,
+                    MetricTableMemo* memo = nullptr) const;
   ViaCheck checkEvpnVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via,
                         const Rib::ViaKey& vtepVia) const;
   // The vias an evaluation picks and, slot for slot, their protocol metrics.

@@ -42,7 +42,7 @@ struct OrderedPtrMapTraits {
 template <class K, class V, auto KeyOf>
 using OrderedPtrMap = FlatMap<OrderedPtrMapTraits<K, V, KeyOf>>;
 // Small and in hash order, like a HashedPtrMap, but flat with the first element inline.
-template <class K, class V, auto KeyOf>
-using FlatHashedPtrMap = FlatMap<PtrMapTraits<K, V, KeyOf>>;
+template <class K, class V, auto KeyOf, uint32_t InlineCapacity = 1>
+using FlatHashedPtrMap = FlatMap<PtrMapTraits<K, V, KeyOf>, InlineCapacity>;
 
 }  // namespace Kel

@@ -1,6 +1,7 @@
 // A collection kept as a flat sorted array, for the small ones (a route's
-// preferences, a preference's via types and vias). The first element lives
-// inline, so the common one-element case allocates nothing.
+// preferences, a preference's via types and vias). The first InlineCapacity
+// elements (one unless told) live inline, so the common small cases
+// allocate nothing.
 // Iteration is by ascending key, or, when Traits define `hash(key)`
 // (FlatHashedPtrMap), in the order a HashTable of the same keys iterates:
 // ascending (hash, key). Insert, erase and find are O(n): keep it small.
@@ -18,7 +19,7 @@
 
 namespace Kel {
 
-template <class Traits>
+template <class Traits, uint32_t InlineCapacity = 1>
 class FlatMap {
  public:
   using Entry = typename Traits::Entry;
@@ -31,7 +32,7 @@ class FlatMap {
   FlatMap& operator=(const FlatMap&) = delete;
   ~FlatMap() {
     clearEntries();
-    if (capacity_ > 1) Pool::deallocate(heap_, bytes());
+    if (onHeap()) Pool::deallocate(heap_, bytes());
   }
 
   uint32_t size() const { return size_; }
@@ -51,7 +52,7 @@ class FlatMap {
   std::pair<Entry*, bool> insert(Entry&& entry) {
     uint32_t p = uint32_t(lowerBound(Traits::key(entry)) - data());
     if (p < size_ && Traits::key(data()[p]) == Traits::key(entry)) return {data() + p, false};
-    if (size_ == capacity_) reserve(capacity_ == 0 ? 1 : capacity_ * 2);
+    if (size_ == capacity_) reserve(capacity_ * 2);
     Entry* d = data();
     if (p == size_) {
       new (d + size_) Entry(std::move(entry));
@@ -86,12 +87,13 @@ class FlatMap {
     while (size_ != 0) popBack();
   }
 
-  size_t bytes() const { return capacity_ > 1 ? capacity_ * sizeof(Entry) : 0; }
+  size_t bytes() const { return onHeap() ? capacity_ * sizeof(Entry) : 0; }
 
  private:
-  Entry* data() { return capacity_ > 1 ? heap_ : reinterpret_cast<Entry*>(&inline_); }
+  bool onHeap() const { return capacity_ > InlineCapacity; }
+  Entry* data() { return onHeap() ? heap_ : reinterpret_cast<Entry*>(&inline_); }
   const Entry* data() const {
-    return capacity_ > 1 ? heap_ : reinterpret_cast<const Entry*>(&inline_);
+    return onHeap() ? heap_ : reinterpret_cast<const Entry*>(&inline_);
   }
 
   const Entry* lowerBound(const Key& key) const {
@@ -109,18 +111,15 @@ class FlatMap {
     return e;
   }
 
+  // Only ever grows past the inline capacity.
   void reserve(uint32_t capacity) {
-    if (capacity <= 1) {
-      capacity_ = capacity;
-      return;
-    }
     Entry* fresh = static_cast<Entry*>(Pool::allocate(sizeof(Entry) * capacity));
     Entry* d = data();
     for (uint32_t i = 0; i < size_; ++i) {
       new (fresh + i) Entry(std::move(d[i]));
       d[i].~Entry();
     }
-    if (capacity_ > 1) Pool::deallocate(heap_, bytes());
+    if (onHeap()) Pool::deallocate(heap_, bytes());
     heap_ = fresh;
     capacity_ = capacity;
   }
@@ -133,10 +132,10 @@ class FlatMap {
 
   union {
     Entry* heap_;
-    alignas(Entry) unsigned char inline_[sizeof(Entry)];
+    alignas(Entry) unsigned char inline_[sizeof(Entry) * InlineCapacity];
   };
   uint32_t size_ = 0;
-  uint32_t capacity_ = 0;
+  uint32_t capacity_ = InlineCapacity;
 };
 
 }  // namespace Kel

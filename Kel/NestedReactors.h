@@ -109,8 +109,8 @@ class Listed {
 // leaves the collection (an attribute of its own, say), since the parent
 // can no longer find the reactor by key once the element is gone; the
 // reactor then asks the parent to erase it. Otherwise as NestedReactors:
-// handleDel before a reactor is dropped, the owner's active state passed on.
-// The order of the reactors is unspecified.
+// handleDel as a reactor leaves (it is out of the list by then, still alive),
+// the owner's active state passed on. The order of the reactors is unspecified.
 template <class R>
 class NestedReactorList final : public NestedReactorGroup {
  public:
@@ -140,13 +140,13 @@ class NestedReactorList final : public NestedReactorGroup {
     return p;
   }
 
-  // Drops `r` after its handleDel; nothing when it has left already (a
-  // handleDel may erase it again).
+  // Drops `r` after its handleDel, which runs once `r` has left the list (so
+  // that a handleDel erasing it again changes nothing).
   void erase(R* r) {
     if (!static_cast<Listed<R>&>(*r).listed_) return;
-    Ptr<R> keep(r);
+    Ptr<R> keep(unlink(r));
+    r->delRef();  // the list's own reference; `keep` holds it through handleDel
     r->doHandleDel();
-    if (static_cast<Listed<R>&>(*r).listed_) unlink(r)->delRef();
   }
 
   // Drops every reactor, each after its handleDel.

@@ -5,6 +5,8 @@
 #include <map>
 #include <random>
 #include <set>
+#include <string>
+#include <vector>
 
 #include "IpRib/ProtocolRouteStatus.h"
 #include "Kel/NestedReactors.h"
@@ -74,6 +76,47 @@ TEST_F(RouteStatusTest, DeletingARouteReleasesEverythingBelowIt) {
   status_->routeDel(IpGenPrefix("10.0.0.0/8"));
   EXPECT_EQ(viaKeys_->size(), 0u);
   EXPECT_FALSE(status_->route(IpGenPrefix("10.0.0.0/8")));
+}
+
+// A route is filed from its creation to its removal; its own reactors hear
+// the removal before the status's do, and the status never answers with it.
+TEST_F(RouteStatusTest, ARouteIsFiledUntilItLeavesAndItsReactorsHearFirst) {
+  std::vector<std::string> heard;
+  struct RouteWatch : Route::Notifiee {
+    void onFiled() override {
+      heard->push_back(std::string("route filed ") + (notifier()->filed() ? "yes" : "no"));
+    }
+    std::vector<std::string>* heard;
+  };
+  struct StatusWatch : Status::Notifiee {
+    void onRoute(const IpGenPrefix& p) override {
+      heard->push_back(std::string("status ") + (notifier()->route(p) ? "has" : "lost") + " it");
+    }
+    std::vector<std::string>* heard;
+  };
+  const IpGenPrefix a("10.0.0.0/8"), b("10.1.0.0/16");
+  const auto statusWatch = Kel::makePtr<StatusWatch>();
+  statusWatch->heard = &heard;
+  statusWatch->notifierIs(status_.ptr());
+  Kel::Ptr<Route> route = status_->routeIs(a);
+  EXPECT_TRUE(route->filed());
+  EXPECT_EQ(status_->routeIs(a), route) << "present: the same route";
+  const auto routeWatch = Kel::makePtr<RouteWatch>();
+  routeWatch->heard = &heard;
+  routeWatch->notifierIs(route.ptr());
+  status_->routeIs(b);
+  status_->routeDel(a);
+  EXPECT_FALSE(route->filed());
+  EXPECT_EQ(heard, (std::vector<std::string>{"status has it", "status has it", "route filed no",
+                                             "status lost it"}));
+  EXPECT_EQ(status_->route(a), nullptr);
+  status_->routeDel(b);  // the route filed last
+  EXPECT_EQ(status_->route(b), nullptr);
+  Kel::Ptr<Route> again = status_->routeIs(a);
+  EXPECT_NE(again, route) << "a removed route is never filed again";
+  status_->routeDelAll();
+  EXPECT_FALSE(again->filed());
+  EXPECT_EQ(status_->route(a), nullptr);
 }
 
 // Watches a whole route tree and checks, at every notification, that no

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,16 +37,21 @@ class Item final : public Kel::Entity, Live<Item> {
   class Notifiee : public Kel::NotifieeOf<Item> {
    public:
     virtual void onValue() {}
+    virtual void onFiled() {}
   };
   explicit Item(Name key) : key_(key) {}
   const char* typeName() const override { return "Test::Item"; }
   const Name& key() const { return key_; }
   uint32_t value() const { return value_; }
   void valueIs(uint32_t v) { attributeIs(value_, v, &Notifiee::onValue); }
+  // In its box; a box tells the item's reactors first when it lets it go.
+  bool filed() const { return filed_; }
+  void filedIs(bool v) { attributeIs(filed_, v, &Notifiee::onFiled); }
 
  private:
   Name key_;
   uint32_t value_ = 0;
+  bool filed_ = true;
 };
 
 // A box: one scalar and a hashed collection of items.
@@ -70,7 +77,11 @@ class Box final : public Kel::Entity, Live<Box> {
     return i;
   }
   void itemDel(Name k) {
-    if (item_.erase(k)) notifyKey(&Notifiee::onItem, k);
+    std::optional<Kel::Ptr<Item>> gone = item_.extract(k);
+    if (!gone) return;
+    (*gone)->filedIs(false);
+    gone.reset();
+    notifyKey(&Notifiee::onItem, k);
   }
 
  private:
@@ -303,6 +314,101 @@ TEST_F(EntityDispatchTest, DroppingATreeWithReactorsLeaksNothing) {
     EXPECT_EQ(Live<BoxWatcher::KelItem>::count, 0);
     EXPECT_EQ(Live<ItemProbe>::count, 0);
   }
+}
+
+// Watches a box and each item through reactors kept in a list, reached
+// through their items; an item's reactor leaves when the item is let go.
+class ListWatcher final : public Box::Notifiee, Live<ListWatcher> {
+ public:
+  class KelItem final : public Item::Notifiee, public Kel::Listed<KelItem>, Live<KelItem> {
+   public:
+    KelItem(Item* i, ListWatcher* owner) : owner_(owner) { notifierIs(i); }
+    void onValue() override {
+      owner_->log.push_back("value " + std::to_string(notifier()->key().v));
+    }
+    void onFiled() override {
+      if (!notifier()->filed()) owner_->items.erase(this);
+    }
+    void handleDel() override {
+      owner_->log.push_back("del " + std::to_string(notifier()->key().v));
+      // A second erase from inside handleDel changes nothing.
+      owner_->items.erase(this);
+    }
+    void readAhead(int step) const override {
+      owner_->log.push_back("ahead " + std::to_string(notifier()->key().v) + " step " +
+                            std::to_string(step));
+    }
+
+   private:
+    ListWatcher* owner_;
+  };
+
+  explicit ListWatcher(Box* b) : items(this) {
+    notifierIs(b);
+    for (const auto& i : b->item()) items.insert(Kel::makePtr<KelItem>(i.ptr(), this));
+  }
+  void onItem(const Name& k) override {
+    if (auto i = notifier()->item(k)) {
+      items.insert(Kel::makePtr<KelItem>(i.ptr(), this));
+    } else {
+      log.push_back("box lost " + std::to_string(k.v));
+    }
+  }
+
+  Kel::NestedReactorList<KelItem> items;
+  Strings log;
+};
+
+TEST_F(EntityDispatchTest, ListedReactorsLeaveWithTheirItemsAndFollowTheParent) {
+  box_->itemIs({1});
+  auto w = Kel::makePtr<ListWatcher>(box_.ptr());
+  box_->itemIs({2});
+  box_->itemIs({3});
+  EXPECT_EQ(w->items.size(), 3u);
+  box_->itemDel({2});
+  EXPECT_EQ(w->log, (Strings{"del 2", "box lost 2"})) << "the item's reactor hears first";
+  EXPECT_EQ(w->items.size(), 2u);
+  EXPECT_EQ(Live<ListWatcher::KelItem>::count, 2);
+
+  w->log.clear();
+  w->hasNotificationActiveIs(false);
+  box_->item({1})->valueIs(7);
+  w->items.insert(Kel::makePtr<ListWatcher::KelItem>(box_->itemIs({4}).ptr(), w.ptr()));
+  w->items.forEach([](const ListWatcher::KelItem& r) { EXPECT_FALSE(r.hasNotificationActive()); });
+  w->hasNotificationActiveIs(true);
+  box_->item({4})->valueIs(1);
+  EXPECT_EQ(w->log, Strings{"value 4"});
+
+  w->log.clear();
+  w->items.clear();
+  std::sort(w->log.begin(), w->log.end());
+  EXPECT_EQ(w->log, (Strings{"del 1", "del 3", "del 4"}));
+  EXPECT_TRUE(w->items.empty());
+  EXPECT_EQ(Live<ListWatcher::KelItem>::count, 0);
+  w = nullptr;
+  EXPECT_EQ(Live<ListWatcher>::count, 0);
+}
+
+TEST_F(EntityDispatchTest, ReadAheadReachesActiveReactorsAfterTheListSteps) {
+  box_->itemIs({1});
+  box_->itemIs({2});
+  auto w = Kel::makePtr<ListWatcher>(box_.ptr());
+  const Item& alone = *box_->item({1});  // one reactor, kept inline
+  Item& shared = *box_->item({2});
+  auto other = Kel::makePtr<ItemProbe>(&shared);  // a second: a reactor list
+  for (int step = 0; step < Kel::Entity::reactorListSteps + 2; ++step) {
+    alone.readAheadReactors(step);
+    shared.readAheadReactors(step);
+  }
+  EXPECT_EQ(w->log,
+            (Strings{"ahead 1 step 0", "ahead 2 step 0", "ahead 1 step 1", "ahead 2 step 1"}));
+  w->log.clear();
+  w->hasNotificationActiveIs(false);
+  shared.readAheadReactors(Kel::Entity::reactorListSteps);
+  EXPECT_TRUE(w->log.empty()) << "an inactive reactor is not asked";
+  box_->itemIs({9})->readAheadReactors(Kel::Entity::reactorListSteps);  // no reactor: nothing
+  other = nullptr;
+  w = nullptr;
 }
 
 }  // namespace

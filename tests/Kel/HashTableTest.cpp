@@ -120,8 +120,16 @@ TEST(HashTableTest, RandomOperationsKeepHashOrderAndAgreeWithAModel) {
         t.clear();
         model.clear();
       } else if (op < (growing ? 75u : 30u)) {
-        const bool inserted = t.insert(uint32_t(k)).second;
+        // Every other insert through insertWith, which makes the entry only when absent.
+        bool made = false;
+        const bool inserted = op % 2 == 0 ? t.insert(uint32_t(k)).second : t.insertWith(k, [&] {
+                                                                              made = true;
+                                                                              return k;
+                                                                            }).second;
         EXPECT_EQ(inserted, model.insert({weakHash(k), k}).second);
+        if (op % 2 != 0) {
+          EXPECT_EQ(made, inserted);
+        }
       } else if (op < 95) {
         EXPECT_EQ(t.erase(k), model.erase({weakHash(k), k}) == 1);
       } else if (!model.empty()) {
@@ -232,19 +240,23 @@ struct FlatTraits {
   static uint32_t key(const Kel::Ptr<Counted>& c) { return c->key; }
 };
 
-TEST(FlatMapTest, RandomOperationsKeepKeyOrderAndCountEntries) {
-  const unsigned seed = 8086;
-  SCOPED_TRACE("seed " + std::to_string(seed));
+// Up to `Inline` elements live in the map itself, the rest on the heap.
+template <uint32_t Inline>
+void checkFlatMap(unsigned seed) {
+  SCOPED_TRACE("seed " + std::to_string(seed) + ", inline " + std::to_string(Inline));
   std::mt19937 rng(seed);
   Counted::live = Counted::destroyed = 0;
   {
-    Kel::FlatMap<FlatTraits> m;
-    EXPECT_EQ(m.bytes(), 0u);
-    m.insert(Kel::makePtr<Counted>(40));
-    EXPECT_EQ(m.bytes(), 0u) << "the first element lives inline";
-    m.insert(Kel::makePtr<Counted>(10));
+    Kel::FlatMap<FlatTraits, Inline> m;
+    std::set<uint32_t> model;
+    for (uint32_t k = 1; k <= Inline; ++k) {
+      m.insert(Kel::makePtr<Counted>(10 * k));
+      model.insert(10 * k);
+    }
+    EXPECT_EQ(m.bytes(), 0u) << "the first elements live inline";
+    m.insert(Kel::makePtr<Counted>(5));
+    model.insert(5);
     EXPECT_GT(m.bytes(), 0u);
-    std::set<uint32_t> model{10, 40};
     for (int step = 0; step < 3000; ++step) {
       SCOPED_TRACE("step " + std::to_string(step));
       const uint32_t k = rng() % 24;
@@ -274,6 +286,11 @@ TEST(FlatMapTest, RandomOperationsKeepKeyOrderAndCountEntries) {
   EXPECT_EQ(Counted::live, 0);
 }
 
+TEST(FlatMapTest, RandomOperationsKeepKeyOrderAndCountEntries) {
+  checkFlatMap<1>(8086);
+  checkFlatMap<2>(6502);
+}
+
 // Eight entries a chunk, so that the table adds and frees chunks all along.
 using DenseTable = Kel::DenseHashTable<CountedTraits, 3>;
 
@@ -289,12 +306,19 @@ TEST(DenseHashTableTest, RandomOperationsKeepHashOrderAndAgreeWithAModel) {
         SCOPED_TRACE("step " + std::to_string(step));
         const bool growing = (step / 500) % 2 == 0;
         const uint32_t k = rng() % universe;
-        if (rng() % 100 < (growing ? 75u : 30u)) {
+        const unsigned op = rng() % 100;
+        if (op < (growing ? 75u : 30u) && op % 2 == 0) {
           Kel::Ptr<Counted> c = Kel::makePtr<Counted>(k);
           const auto [stored, inserted] = t.insert(std::move(c));
           ASSERT_EQ(inserted, model.insert({weakHash(k), k}).second);
           ASSERT_EQ((*stored)->key, k);
           ASSERT_EQ(c == nullptr, inserted) << "a refused entry stays with the caller";
+        } else if (op < (growing ? 75u : 30u)) {
+          const int before = Counted::live;
+          const auto [stored, inserted] = t.insertWith(k, [k] { return Kel::makePtr<Counted>(k); });
+          ASSERT_EQ(inserted, model.insert({weakHash(k), k}).second);
+          ASSERT_EQ((*stored)->key, k);
+          ASSERT_EQ(Counted::live, before + (inserted ? 1 : 0)) << "made only when absent";
         } else {
           ASSERT_EQ(t.erase(k), model.erase({weakHash(k), k}) == 1);
         }

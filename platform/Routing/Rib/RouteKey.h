@@ -1,7 +1,7 @@
 // Routing::Rib::RouteKey: a RIB route's identity, the VRF id and the prefix.
 //
-// Order is by VRF id, then prefix; the hash feeds the VRF id, then the
-// prefix's own hash, to Kel::Hasher. Printed "0:10.1.0.0/24". Inline.
+// Order is by VRF id, then prefix; the hash takes the VRF id and the prefix's
+// own hash as one word (Kel::hashWords). Printed "0:10.1.0.0/24". Inline.
 // Decided here: the default key is the empty prefix in no VRF (invalidVrfId).
 #pragma once
 
@@ -24,7 +24,7 @@ class RouteKey {
   const Pando::IpGenPrefix& prefix() const { return prefix_; }
 
   uint32_t hash(uint32_t seed) const {
-    return Kel::Hasher(seed).add(vrfId_).add(prefix_.hash()).result();
+    return Kel::hashWords(uint64_t(vrfId_) << 32 | prefix_.hash(), 0, seed);
   }
 
   friend bool operator==(const RouteKey& a, const RouteKey& b) {
