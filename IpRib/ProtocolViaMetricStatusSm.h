@@ -20,8 +20,11 @@
 //
 // Costs: a via key change under a preference is O(via types) plus one index
 // update; a metric change is O(routes using the via), two hash look-ups and
-// a stamp each, in one go (not paced). Removing a route, preference or
-// status withdraws each of its index elements exactly once.
+// a stamp each, in one go (not paced: a via of a million routes holds the
+// loop some 0.2 s alone, 0.7 s with route computation re-evaluating each).
+// The sweep reads ahead: the routes, their reactors and what those will
+// read. Removing a route, preference or status withdraws each of its index
+// elements exactly once.
 //
 // One thread. Stamping notifies route computation synchronously; it must not
 // change the protocol route status while a metric change is being handed

@@ -13,7 +13,9 @@
 //   most 2 us (median of the repetitions' means);
 // - status store, RouteStatusSm's reactors and RIB output (routes and via
 //   sets): at most 600 bytes per route (reserved by malloc).
-// Context: one evaluation of an unchanged route with default trace levels,
+// Context: the start after a restart (the status written before
+// RouteStatusSm is made, which then reviews it: write, attach and first
+// review timed apart); one evaluation of an unchanged route with default trace levels,
 // with every level of "IpRib::RouteStatusSm" on for text (to a sink that
 // discards) and ring, and with the ring's levels on but text off; a via
 // change and an evaluation over many routes (cache-cold); RouteStatusSm
