@@ -556,8 +556,7 @@ RouteStatusSm::MetricTable RouteStatusSm::metricTable(const Rib::ViaKey& via) co
 
 RouteStatusSm::ViaCheck RouteStatusSm::checkVia(const Pando::IpGenPrefix& prefix,
                                                 const Rib::ViaKey& via, const Rib::ViaKey& vtepVia,
-                                                RoutePreference pref,
-                                                MetricTableMemo* memo) const {
+                                                RoutePreference pref, MetricTableMemo* memo) const {
   RSM_TRACE(9, " validVia " << prefix << " and " << via << " evpn " << vtepVia << " pref "
                             << unsigned(pref));
   if (via.kind() == Rib::ViaKey::kindEvpn) return checkEvpnVia(prefix, via, vtepVia);

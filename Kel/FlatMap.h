@@ -92,9 +92,7 @@ class FlatMap {
  private:
   bool onHeap() const { return capacity_ > InlineCapacity; }
   Entry* data() { return onHeap() ? heap_ : reinterpret_cast<Entry*>(&inline_); }
-  const Entry* data() const {
-    return onHeap() ? heap_ : reinterpret_cast<const Entry*>(&inline_);
-  }
+  const Entry* data() const { return onHeap() ? heap_ : reinterpret_cast<const Entry*>(&inline_); }
 
   const Entry* lowerBound(const Key& key) const {
     const Entry* e = data();
