@@ -53,6 +53,11 @@ extern ArenaState arenas[2];
 extern std::size_t requestedTotal;
 
 inline std::size_t classOf(std::size_t size) { return (size + granule - 1) / granule; }
+inline void prefetchForWrite(const void* p, std::size_t size) {
+  const char* first = static_cast<const char*>(p);
+  for (const char* line = first; line < first + size; line += 64) __builtin_prefetch(line, 1);
+  __builtin_prefetch(first + size - 1, 1);  // a block may straddle one more line
+}
 // Starts a fresh chunk for `a` (the rest of the old one, under 256 bytes, is left).
 void newChunk(ArenaState& a);
 
@@ -64,10 +69,11 @@ inline void* allocate(std::size_t size, Arena arena = Arena::data) {
   const std::size_t c = detail::classOf(size);
   void* p = a.free[c];
   if (p != nullptr) {
-    // Freed blocks come back in any order: start loading the next one now,
-    // or each allocation from a long list waits on its own cache miss.
+    // Freed blocks come back in any order and long out of cache: start
+    // loading the whole of the next one now, or each allocation waits on its
+    // own cache misses, the constructor's writes too.
     a.free[c] = a.free[c]->next;
-    __builtin_prefetch(a.free[c], 1);
+    if (a.free[c] != nullptr) detail::prefetchForWrite(a.free[c], c * detail::granule);
   } else {
     const std::size_t block = c * detail::granule;
     if (std::size_t(a.carveEnd - a.carve) < block) detail::newChunk(a);

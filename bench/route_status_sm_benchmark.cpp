@@ -166,7 +166,7 @@ BENCHMARK(BM_InitialLoad)
     ->Arg(0)
     ->Arg(1)
     ->Iterations(1)
-    ->Repetitions(3)
+    ->Repetitions(5)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 
