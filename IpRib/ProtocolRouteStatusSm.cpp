@@ -326,10 +326,14 @@ RouteStatusSm::~RouteStatusSm() {
   kelRoute_.clear();
 }
 
+void RouteStatusSm::prefetchRibSlot(const Pando::IpGenPrefix& prefix) const {
+  ribConfig_->prefetchRouteStep(ribConfig_->routeHashOf(Rib::RouteKey(vrfId_, prefix)), 0);
+}
+
 void RouteStatusSm::routeIs(const Kel::Ptr<Route>& route) {
   // The route will be evaluated soon: start loading its RIB slot, so that
-  // this miss overlaps the reactor table's.
-  ribConfig_->prefetchRouteStep(ribConfig_->routeHashOf(Rib::RouteKey(vrfId_, route->prefix())), 0);
+  // this miss overlaps the reactor's.
+  prefetchRibSlot(route->prefix());
   kelRoute_.insert(Kel::makePtr<KelRoute>(this, route.ptr()));
 }
 
@@ -413,6 +417,8 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
   // A wrong guess costs two prefetches.
   const std::optional<uint32_t> guess = guessViaSet(route);
   if (guess) viaSetConfig_->prefetchContentStep(*guess, 0);
+  // Likewise the RIB route the result is compared with (a review has).
+  if (!reviewing_) prefetchRibSlot(prefix);
   MetricTableMemo metricTables;
   for (const Kel::Ptr<RoutePref>& routePref : route.routePref()) {
     const RoutePreference pref = routePref->preference();

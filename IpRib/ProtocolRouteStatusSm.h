@@ -225,6 +225,8 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   bool staticRouteMetric();
   BfdStatusKey bfdStatusKey(const Rib::Via& via) const;
   void routeIs(const Kel::Ptr<Route>& route);
+  // Starts loading the RIB slot where the prefix's route is looked up.
+  void prefetchRibSlot(const Pando::IpGenPrefix& prefix) const;
   // Drops a route's reactor (its route left the status).
   void routeDel(KelRoute* reactor);
 
