@@ -12,8 +12,8 @@
 // the event loop is never held longer than one slice plus one evaluation. A
 // review evaluates the routes it holds in place and reads ahead the routes
 // to come and their RIB routes: at scale, evaluations wait on cache misses,
-// not on work. For the same reason an evaluation starts loading the via set
-// it will most likely write before it walks the vias.
+// not on work. For the same reason an evaluation starts loading its RIB slot and
+// the via set it will most likely write before it walks the vias.
 //
 // explain(prefix) runs the very same evaluation with an observer and returns
 // what it saw; nobody asking costs one pointer test per step.
