@@ -16,7 +16,7 @@ VrfEntry::VrfEntry(VrfId id, std::string_view storedName)
 L3::VrfName VrfEntry::vrfName() const {
   if (size_ > bufferSize) {
     char address[32];
-    std::snprintf(address, sizeof address, "%p", static_cast<const void*>(name_));
+    std::snprintf(address, sizeof address, "%p", buffer());
     throw Kel::InvalidSizeError("expected size <= " + std::to_string(bufferSize) +
                                 ", instead got " + std::to_string(size_) +
                                 ". Buffer is at address: " + address +

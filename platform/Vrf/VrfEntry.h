@@ -33,6 +33,8 @@ class VrfEntry {
   // Raises Kel::InvalidSizeError when the stored size exceeds the buffer.
   L3::VrfName vrfName() const;
   uint32_t storedSize() const { return size_; }
+  // Where the name's bytes are (the invalid-size error prints it).
+  const void* buffer() const { return name_; }
 
   friend bool operator==(const VrfEntry& a, const VrfEntry& b) {
     return a.vrfId_ == b.vrfId_ && a.size_ == b.size_ && a.stored() == b.stored();
