@@ -174,16 +174,13 @@ void AgentBuilder::doBuildContainer(const Key& key) {
   const char* rib = key.multicast ? Rib::mribString : Rib::ribString;
   const std::string_view afString = ipv4 ? "ipv4" : "ipv6";
   const Vrf::VrfIdMap::VrfId vrfId = root.nameToIdMap()->vrfNameToId(vrfName);
-  const int family = int(kindOf(af, key.multicast));
+  const Kind kind = kindOf(af, key.multicast);
   const std::string_view protocolName = Rib::stringValue(config_.protocol);
 
   // The VRF's IP via tables: the one shared by all VRFs, or its own.
-  static constexpr const Kel::Ptr<Rib::Ip::ViaConfig>& (RootSm::*allVrf[4])()
-      const = {&RootSm::ipv4AllVrfViaConfig, &RootSm::ipv6AllVrfViaConfig,
-               &RootSm::mcIpv4AllVrfViaConfig, &RootSm::mcIpv6AllVrfViaConfig};
   Kel::Ptr<Rib::Ip::ViaConfig> ipViaConfig =
       ViaConfigLib::isAllVrfViaConfig(rib, afString, protocolName)
-          ? (root.*allVrf[family])()
+          ? root.allVrfViaConfig(kind)
           : root.vrfViaConfig(vrfId, rib, transportOf(af));
   viaTableServes(ipViaConfig, rib, transportOf(af));
   Container c{nullptr, vrfId, nullptr};
@@ -191,7 +188,8 @@ void AgentBuilder::doBuildContainer(const Key& key) {
   const Rib::Transport auxTransport = otherTransport(af);
   const std::string_view auxAf = ipv4 ? "ipv6" : "ipv4";
   if (ViaConfigLib::isAllVrfViaConfig(rib, auxAf, protocolName)) {
-    auxViaConfig = (root.*allVrf[family ^ 1])();
+    auxViaConfig = root.allVrfViaConfig(
+        kindOf(ipv4 ? Pando::AddressFamily::ipv6 : Pando::AddressFamily::ipv4, key.multicast));
   } else {
     KelBrisk::MountInfo info(0);
     info.collectionInfoIs(Kel::String("via"), config_.maxViaSets);
@@ -204,16 +202,10 @@ void AgentBuilder::doBuildContainer(const Key& key) {
   }
 
   // The VRF's route table: the one shared by all VRFs, or its own.
-  static constexpr const Kel::Ptr<Rib::RouteConfig>& (RootSm::*allVrfRib[4])()
-      const = {&RootSm::ipv4AllVrfRibConfig, &RootSm::ipv6AllVrfRibConfig,
-               &RootSm::mcIpv4AllVrfRibConfig, &RootSm::mcIpv6AllVrfRibConfig};
-  Kel::Ptr<Rib::RouteConfig> ribConfig = (root.*allVrfRib[family])();
+  Kel::Ptr<Rib::RouteConfig> ribConfig = root.allVrfRibConfig(kind);
   if (!ribConfig) ribConfig = root.vrfRibConfig(vrfId, rib, afString);
 
-  static constexpr const Kel::Ptr<const Rib::LoopingRouteStatusByVrf>& (RootSm::*looping[4])()
-      const = {&RootSm::loopingRouteStatusByVrf4, &RootSm::loopingRouteStatusByVrf6,
-               &RootSm::mcLoopingRouteStatusByVrf4, &RootSm::mcLoopingRouteStatusByVrf6};
-  const auto& loopingByVrf = (root.*looping[family])();
+  const auto& loopingByVrf = root.loopingRouteStatusByVrf(kind);
   Kel::Ptr<IntfStatus> intfStatus =
       ipv4 ? Kel::Ptr<IntfStatus>(ipv4IntfStatusFactory(
                  root.ipv4IntfStatus() ? root.ipv4IntfStatus()->vrfIpIntfStatus(vrfName) : nullptr))

@@ -510,22 +510,14 @@ void childIs(Kel::NestedReactor<R>& holder, const In& input, const Make& make) {
 }
 }  // namespace
 
-void RootSm::doInitIpv4AllVrfViaConfigSm() {
-  const Kel::Ptr<const Rib::Ip::ViaConfig> in = viaConfig_[0].all;
-  childIs(allVrfViaConfigSm_[0], in, [&] { return Rib::Ip::ViaConfigSm::ViaConfigSmIs(in); });
+void RootSm::doInitAllVrfViaConfigSm(int family) {
+  const Kel::Ptr<const Rib::Ip::ViaConfig> in = viaConfig_[family].all;
+  childIs(allVrfViaConfigSm_[family], in, [&] { return Rib::Ip::ViaConfigSm::ViaConfigSmIs(in); });
 }
-void RootSm::doInitIpv6AllVrfViaConfigSm() {
-  const Kel::Ptr<const Rib::Ip::ViaConfig> in = viaConfig_[1].all;
-  childIs(allVrfViaConfigSm_[1], in, [&] { return Rib::Ip::ViaConfigSm::ViaConfigSmIs(in); });
-}
-void RootSm::doInitMcIpv4AllVrfViaConfigSm() {
-  const Kel::Ptr<const Rib::Ip::ViaConfig> in = viaConfig_[2].all;
-  childIs(allVrfViaConfigSm_[2], in, [&] { return Rib::Ip::ViaConfigSm::ViaConfigSmIs(in); });
-}
-void RootSm::doInitMcIpv6AllVrfViaConfigSm() {
-  const Kel::Ptr<const Rib::Ip::ViaConfig> in = viaConfig_[3].all;
-  childIs(allVrfViaConfigSm_[3], in, [&] { return Rib::Ip::ViaConfigSm::ViaConfigSmIs(in); });
-}
+void RootSm::doInitIpv4AllVrfViaConfigSm() { doInitAllVrfViaConfigSm(0); }
+void RootSm::doInitIpv6AllVrfViaConfigSm() { doInitAllVrfViaConfigSm(1); }
+void RootSm::doInitMcIpv4AllVrfViaConfigSm() { doInitAllVrfViaConfigSm(2); }
+void RootSm::doInitMcIpv6AllVrfViaConfigSm() { doInitAllVrfViaConfigSm(3); }
 
 void RootSm::evpnViaConfigSmIs(const Kel::Ptr<const Rib::Evpn::ViaConfig>& evpnConfig) {
   childIs(evpnViaConfigSm_, evpnConfig,
@@ -698,12 +690,9 @@ void RootSm::doMountViaConfigFamily(int family) {
     out.all = as<Rib::Ip::ViaConfig>(
         doMountStartTable(allVrfViaConfigMount(f.rib, f.transport), "Routing::Rib::Ip::ViaConfig",
                           tableTypeConfig, "via", times(maxViaSets_, maxVrfs_)));
-    static constexpr void (RootSm::*init[4])() = {
-        &RootSm::doInitIpv4AllVrfViaConfigSm, &RootSm::doInitIpv6AllVrfViaConfigSm,
-        &RootSm::doInitMcIpv4AllVrfViaConfigSm, &RootSm::doInitMcIpv6AllVrfViaConfigSm};
     // Unicast IPv6 takes its default-VRF pointer after its reactor, the others before.
     if (!unicastIpv6) out.defaultVrf = out.all;
-    (this->*init[family])();
+    doInitAllVrfViaConfigSm(family);
     if (unicastIpv6) out.defaultVrf = out.all;
     return;
   }

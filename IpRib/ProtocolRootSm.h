@@ -204,6 +204,17 @@ class RootSm final : public Kel::NotifieeBase {
   const Kel::Ptr<Rib::RouteConfig>& ipv6AllVrfRibConfig() const { return allVrfRibConfig_[1]; }
   const Kel::Ptr<Rib::RouteConfig>& mcIpv4AllVrfRibConfig() const { return allVrfRibConfig_[2]; }
   const Kel::Ptr<Rib::RouteConfig>& mcIpv6AllVrfRibConfig() const { return allVrfRibConfig_[3]; }
+  // The same by family, for callers that serve all four.
+  const Kel::Ptr<Rib::Ip::ViaConfig>& allVrfViaConfig(ReadyVrfSets::Kind k) const {
+    return viaConfig_[int(k)].all;
+  }
+  const Kel::Ptr<Rib::RouteConfig>& allVrfRibConfig(ReadyVrfSets::Kind k) const {
+    return allVrfRibConfig_[int(k)];
+  }
+  const Kel::Ptr<const Rib::LoopingRouteStatusByVrf>& loopingRouteStatusByVrf(
+      ReadyVrfSets::Kind k) const {
+    return looping_[int(k)];
+  }
   const Kel::Ptr<Rib::ViaSetConfig>& viaSetConfig() const { return viaSetConfig_; }
   const Kel::Ptr<Rib::ViaSetConfig>& mcViaSetConfig() const { return mcViaSetConfig_; }
   // Keeps the present via set configuration when it has `key`, else makes a new one.
@@ -245,6 +256,8 @@ class RootSm final : public Kel::NotifieeBase {
   void doInitIpv6AllVrfViaConfigSm();
   void doInitMcIpv4AllVrfViaConfigSm();
   void doInitMcIpv6AllVrfViaConfigSm();
+  // The same by family, in ReadyVrfSets::Kind order.
+  void doInitAllVrfViaConfigSm(int family);
   void evpnViaConfigSmIs(const Kel::Ptr<const Rib::Evpn::ViaConfig>& evpnConfig);
   void viaSetConfigSmIs(const Kel::Ptr<const Rib::ViaSetConfig>& viaSetConfig);
   void mcViaSetConfigSmIs(const Kel::Ptr<const Rib::ViaSetConfig>& mcViaSetConfig);

@@ -45,24 +45,36 @@ class Entity : public PtrInterface {
   template <class N, class F>
   void notify(F&& call) const {
     if (reactors_ == 0) return;
-    // A handler may drop the last reference to this entity: keep it until done.
+    // A handler may drop the last reference to this entity: keep it until
+    // done, also when a handler throws.
     const bool counted = references() != 0;
     if (counted) newRef();
+    struct Release {
+      const Entity* e;
+      bool counted;
+      ~Release() {
+        if (counted) e->delRef();
+      }
+    } release{this, counted};
     if ((reactors_ & hubTag) == 0) {
       NotifieeBase* r = reinterpret_cast<NotifieeBase*>(reactors_);
       if (isActive(r)) call(static_cast<N*>(r));
     } else {
       // A handler may bind reactors and so move the hub: re-read it each time.
       ++hub()->depth;
+      struct Leave {
+        const Entity* e;
+        ~Leave() {
+          Hub* h = e->hub();
+          if (--h->depth == 0 && h->holes) h->compact();
+        }
+      } leave{this};
       const uint32_t n = hub()->size;
       for (uint32_t i = 0; i < n; ++i) {
         NotifieeBase* r = hub()->list()[i];
         if (r != nullptr && isActive(r)) call(static_cast<N*>(r));
       }
-      Hub* h = hub();
-      if (--h->depth == 0 && h->holes) h->compact();
     }
-    if (counted) delRef();
   }
 
   // Sets a scalar attribute; notifies only on a real change.

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -204,6 +205,24 @@ TEST_F(EntityDispatchTest, HandlerDropsEveryReferenceToTheNotifyingItem) {
   item->valueIs(5);
   EXPECT_EQ(Live<Item>::count, 0);
   EXPECT_EQ(Live<ItemProbe>::count, 0);
+}
+
+TEST_F(EntityDispatchTest, AHandlerThatThrowsLeavesTheEntityAsItWas) {
+  bind("a").onLevelDo = [] { throw std::runtime_error("bad value"); };
+  bind("b");
+  Item* item = box_->itemIs({4}).ptr();
+  auto probe = Kel::makePtr<ItemProbe>(item);
+  probe->onValueDo = [] { throw std::runtime_error("bad value"); };
+  EXPECT_THROW(box_->levelIs(1), std::runtime_error);
+  EXPECT_THROW(item->valueIs(1), std::runtime_error);
+  // The next change is dispatched as usual, and nothing is kept alive.
+  log_.clear();
+  probes_["a"]->onLevelDo = nullptr;
+  box_->levelIs(2);
+  EXPECT_EQ(log_, (Strings{"a level 2", "b level 2"}));
+  probe = nullptr;
+  box_->itemDel({4});
+  EXPECT_EQ(Live<Item>::count, 0);
 }
 
 TEST_F(EntityDispatchTest, HandlerDropsTheLastReferenceToTheEntity) {
