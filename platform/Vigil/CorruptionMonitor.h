@@ -22,7 +22,8 @@ class CorruptionMonitor {
   void check(const char* table) const {
     if (pending_ != 0) raise(table);
   }
-  void doCorruptionDetected(const std::string& message) {
+  // A report, so a reader makes it through its read-only handle.
+  void doCorruptionDetected(const std::string& message) const {
     ++detected_;
     lastMessage_ = message;
   }
@@ -36,8 +37,8 @@ class CorruptionMonitor {
   [[noreturn]] void raise(const char* table) const;
 
   mutable uint32_t pending_ = 0;
-  uint32_t detected_ = 0;
-  std::string lastMessage_;
+  mutable uint32_t detected_ = 0;
+  mutable std::string lastMessage_;
 };
 
 }  // namespace Vigil

@@ -54,7 +54,9 @@ class Status final : public Kel::Entity, public KelBrisk::SingleCollectionTable 
   void vrfEntryDel(VrfId id);
   void vrfEntryDelAll();
 
-  void doCorruptionDetected(const std::string& message) { monitor_.doCorruptionDetected(message); }
+  void doCorruptionDetected(const std::string& message) const {
+    monitor_.doCorruptionDetected(message);
+  }
   uint32_t corruptionsDetected() const { return monitor_.corruptionsDetected(); }
   const std::string& lastCorruption() const { return monitor_.lastMessage(); }
   // Test hooks: the next `lookups` look-ups raise; a name stored unchecked.

@@ -54,7 +54,9 @@ class ViaConfig final : public detail::ViaRecordTable<ViaConfig, Via> {
     monitor_.check(typeName());
     for (const Entry& e : via()) f(e.key, e.via);
   }
-  void doCorruptionDetected(const std::string& message) { monitor_.doCorruptionDetected(message); }
+  void doCorruptionDetected(const std::string& message) const {
+    monitor_.doCorruptionDetected(message);
+  }
   uint32_t corruptionsDetected() const { return monitor_.corruptionsDetected(); }
   const std::string& lastCorruption() const { return monitor_.lastMessage(); }
   // Test hook: the next `walks` walks raise.
