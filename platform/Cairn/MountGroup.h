@@ -1,6 +1,7 @@
 // Cairn::MountGroup: an agent's state-database mount requests, done on a
 // later turn of the event loop. See detail/MountGroupBase.h for the
 // contract, costs and what is decided there.
+// Decided here: a group belongs to one entity manager, given on construction.
 #pragma once
 
 #include "Kel/Ptr.h"

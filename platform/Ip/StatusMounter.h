@@ -1,6 +1,7 @@
 // Ip::StatusMounter: asks a state-database mount group for the platform's
 // interface status tables: "ip/status" (Ip::Status) and "ip6/status"
 // (Ip6::Status), each in mode "r" and each only when asked for.
+// Decided here: IPv4 is asked before IPv6; asking for neither does nothing.
 #pragma once
 
 #include "Kel/Ptr.h"

@@ -1,6 +1,8 @@
 // KelSharedMem::EntityManager: the agent's handle on the shared-memory
 // tables that the RIB publishes (via metric status). The state database's
 // contract (Cairn/detail/EntityManagerBase.h) under another type name.
+// Decided here: the tables live in process, like the state database's
+// entities; a test or the agent plays the RIB's part as writer.
 #pragma once
 
 #include "Kel/Ptr.h"

@@ -1,6 +1,8 @@
 // KelSharedMem::MountGroup: an agent's shared-memory mount requests (a
 // Cairn::Mount each). The state database's contract
 // (Cairn/detail/MountGroupBase.h) under another type name.
+// Decided here: its requests take the state database's Cairn::Mount, mode
+// included, as a mapping is read or written like a database path.
 #pragma once
 
 #include "Kel/Ptr.h"

@@ -12,6 +12,9 @@
 // that every mount made on one database sees the same counts.
 // Costs: O(log n) per call in the number of paths, plus the normalising of
 // the path given.
+// Decided here: every call normalises its path, so a reader may spell a path
+// as loosely as a writer did; the typed read goes by the C++ type. A
+// replaced or withdrawn entity lives on while a reader holds it.
 #pragma once
 
 #include <cstdint>

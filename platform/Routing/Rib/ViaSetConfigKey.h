@@ -6,6 +6,8 @@
 // order, and the canonical form
 // "Value('Routing::Rib::ViaSetConfigKey', ** {'protocol': 2, 'instance': 0})",
 // which operator<< prints and the parse constructor reads back.
+// Decided here: the second field is an instance number, so that one protocol
+// may write more than one via set configuration.
 #pragma once
 
 #include <cstdint>
