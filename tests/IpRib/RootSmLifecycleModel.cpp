@@ -1,7 +1,5 @@
 #include "tests/IpRib/RootSmLifecycleModel.h"
 
-#include <vector>
-
 namespace Routing::Protocol::Test {
 
 LifecycleModel::LifecycleModel(const LifecycleConfig& config)
@@ -50,12 +48,12 @@ void LifecycleModel::nameDel(const std::string& name) {
   onVrfNameToId(name);
 }
 
-void LifecycleModel::nameMapIs(const std::optional<NameMap>& map) {
+void LifecycleModel::nameMapIs(const std::optional<NameMap>& map, const Names& order) {
   nameMap_ = map;
   // The builder binds at start to whatever map the root has then.
   if (!initialized_) return;
   builderFollowsMap_ = false;
-  handleVrfNameToIdMap();
+  handleVrfNameToIdMap(order);
 }
 
 void LifecycleModel::vrfEntryIs(Id id, const std::string& name) {
@@ -163,10 +161,10 @@ void LifecycleModel::grStateIs(bool gracefulRestart) {
   handleStartReadyVerification();
 }
 
-void LifecycleModel::start() {
+void LifecycleModel::start(const Names& order) {
   refreshDefaultVrfMetrics();
   initialized_ = true;
-  handleVrfNameToIdMap();
+  handleVrfNameToIdMap(order);
 }
 
 void LifecycleModel::restart(bool gracefulRestart) {
@@ -204,11 +202,9 @@ void LifecycleModel::doCreateOrDeleteVrfAsuState(const std::string& name) {
   if (added) it->second.generation = ++generations_;
 }
 
-void LifecycleModel::handleVrfNameToIdMap() {
+void LifecycleModel::handleVrfNameToIdMap(const Names& order) {
   if (!initialized_ || !nameMap_) return;
-  std::vector<std::string> names;
-  for (const auto& [name, id] : *nameMap_) names.push_back(name);
-  for (const std::string& name : names) {
+  for (const std::string& name : order) {
     doCreateOrDeleteVrfAsuState(name);
     setReadyVrf(name);
     setReady(2, name);  // IPv4 multicast only

@@ -26,6 +26,7 @@
 #include <string>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 namespace Routing::Protocol::Test {
 
@@ -46,6 +47,7 @@ class LifecycleModel {
  public:
   using Id = uint32_t;
   using NameMap = std::map<std::string, Id>;
+  using Names = std::vector<std::string>;
   static constexpr Id invalidId = 0xffffff;
 
   // A VRF's VrfReadyStatus and VrfRibSeqTrigger, made and deleted together.
@@ -79,8 +81,11 @@ class LifecycleModel {
   // The name map; nameIs needs an id no other name holds.
   void nameIs(const std::string& name, Id id);
   void nameDel(const std::string& name);
-  // The map replaced by another one, or by none.
-  void nameMapIs(const std::optional<NameMap>& map);
+  // The map replaced by another one, or by none. `order` is the order in
+  // which the platform's map visits its names: where the builder keeps
+  // containers on old ids, one name's evaluation can unmount the tables
+  // another one mounted.
+  void nameMapIs(const std::optional<NameMap>& map, const Names& order);
   void vrfEntryIs(Id id, const std::string& name);
   void vrfEntryDel(Id id);
   // The member of this protocol (`ours`) or another one of a VRF's metric
@@ -99,8 +104,8 @@ class LifecycleModel {
   void statusInitialized(const ContainerKey& key);
   void startReadyVerificationIs(bool start);
   void grStateIs(bool gracefulRestart);
-  // doMountsComplete.
-  void start();
+  // doMountsComplete, its bulk pass visiting the names in `order`.
+  void start(const Names& order);
   // The agent dropped (containers without cleanup, then the root and its
   // mounts) and a new one made; the readiness records stay.
   void restart(bool gracefulRestart);
@@ -134,7 +139,7 @@ class LifecycleModel {
   // RootSm.
   void onVrfNameToId(const std::string& name);
   void doCreateOrDeleteVrfAsuState(const std::string& name);
-  void handleVrfNameToIdMap();
+  void handleVrfNameToIdMap(const Names& order);
   void setReadyVrf(const std::string& name);
   void setMcReadyVrf(const std::string& name);
   void setReady(int family, const std::string& name);
