@@ -6,8 +6,11 @@
 //   protocol 2 (static), every table per VRF. Each seed picks its run's
 //   switches from its low bits: bit 0 "IP_INTF_CHECK_NOT_NEEDED" set (to the
 //   empty string), bit 1 a protocol without the multicast RIB, bit 2
-//   graceful restart. A few random changes come before the start, so that
-//   the start's bulk pass has VRFs to evaluate.
+//   graceful restart. Before the start most VRFs get every input, then a
+//   few random changes follow, so that the start's bulk pass has VRFs to
+//   evaluate in every family. Now and then the name map is replaced (the
+//   builder stays on the old one until the agent restarts) or the agent
+//   restarts, graceful or not, over the same records.
 //
 // After every event the loop runs until quiet, and then the four ready sets,
 // every readiness record, the containers (and the VRF id each was built on)
@@ -450,7 +453,7 @@ class LifecycleRun {
     loopingEvent();
   }
   void randomEvent() {
-    // A new name map leaves the builder on the old one: rare, late.
+    // Rare: a new name map leaves the builder on the old one until a restart.
     const uint64_t r = rng_() % 3000;
     if (r < 450) return triggerEvent();
     if (r < 750) return reviewEvent();
