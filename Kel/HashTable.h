@@ -13,7 +13,9 @@
 // which keeps the many tiny collections small.
 // Iterators are invalidated by insert and erase; resume with seek.
 // Costs: find, insert, erase are O(1) expected (insert and erase shift the
-// rest of a cluster); growth is linear and keeps the order.
+// rest of a cluster); growth is linear and keeps the order. A large table
+// that empties gives its slots back (a bulk of entries gone for good leaves
+// no memory behind); a small one keeps them.
 //
 // Traits: `Entry` (stored), `Key`, `KeyRef key(const Entry&)` and
 // `uint32_t hash(const Key&)`; keys need == and <. The traits may carry state
@@ -135,6 +137,7 @@ class HashTable {
     }
     bool operator==(const const_iterator& o) const { return i_ == o.i_; }
     uint32_t hash() const { return t_->slots_[i_].hash; }
+    decltype(auto) key() const { return t_->traits_.key(t_->slots_[i_].entry()); }
 
    private:
     friend class HashTable;
@@ -306,6 +309,7 @@ class HashTable {
     Entry out = slots_[i].take();
     --size_;
     closeGap(i);
+    if (size_ == 0 && slotCount_ > denseMax) release();
     return out;
   }
 
