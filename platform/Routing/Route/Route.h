@@ -46,8 +46,7 @@ class Route final : public Kel::Entity {
   RouteMetric metric() const { return metric_; }
   // The VRF this route is to be leaked into; empty for none.
   const L3::VrfName& leakVrfName() const { return leakVrfName_; }
-  // Filed in a RouteList: from its filing there until it leaves it (a route
-  // is never filed again).
+  // Filed in a RouteList: from its filing there until it leaves it.
   bool filed() const { return filed_; }
 
   void metricIs(RouteMetric m) { attributeIs(metric_, m, &Notifiee::onMetric); }
