@@ -13,9 +13,9 @@
 // which keeps the many tiny collections small.
 // Iterators are invalidated by insert and erase; resume with seek.
 // Costs: find, insert, erase are O(1) expected (insert and erase shift the
-// rest of a cluster); growth is linear and keeps the order. A large table
-// that empties gives its slots back (a bulk of entries gone for good leaves
-// no memory behind); a small one keeps them.
+// rest of a cluster); growth is linear and keeps the order. A table that
+// empties gives its slots back, so that entries gone for good leave no
+// memory behind.
 //
 // Traits: `Entry` (stored), `Key`, `KeyRef key(const Entry&)` and
 // `uint32_t hash(const Key&)`; keys need == and <. The traits may carry state
@@ -309,7 +309,7 @@ class HashTable {
     Entry out = slots_[i].take();
     --size_;
     closeGap(i);
-    if (size_ == 0 && slotCount_ > denseMax) release();
+    if (size_ == 0) release();
     return out;
   }
 
