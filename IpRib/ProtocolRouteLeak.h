@@ -176,8 +176,22 @@ class LeakRouteRefs : public Kel::Entity {
     while (leakRoute_.size() != 0) leakRouteDel((*leakRoute_.begin())->key());
   }
 
+  // Look-ahead for a pass about to file a key here (Kel/Prefetch.h): starts
+  // loading the index slot where the key of leak hash `h` (hashOf) goes,
+  // and asks the reactors to do the same for what they will write. Each
+  // later call forgets `h`. Changes nothing.
+  uint32_t hashOf(const Routing::RouteKey& k) const { return leakRoute_.hashOf(k); }
+  void readAhead(uint32_t h) const {
+    leakRoute_.prefetch(h);
+    readAheadHash_ = h;
+    readAheadReactors(Kel::Entity::reactorListSteps);
+  }
+  // What readAhead was last asked for: the reactors' readAhead reads it.
+  uint32_t readAheadHash() const { return readAheadHash_; }
+
  private:
   LeakRouteMap leakRoute_;
+  mutable uint32_t readAheadHash_ = 0;
 };
 
 // A small map of counted references keyed by KeyOf of the element, that
@@ -238,7 +252,6 @@ class LeakRouteDir final : public Kel::Entity {
   const char* typeName() const override { return "Routing::Protocol::LeakRouteDir"; }
 
   const LeakRouteMap& leakRoute() const { return leakRoute_; }
-  const Entry* entry(const Routing::RouteKey& k) const { return leakRoute_.find(k); }
   Kel::Ptr<LeakRoute> leakRoute(const Routing::RouteKey& k) const {
     const Entry* e = leakRoute_.find(k);
     return e ? e->leakRoute : nullptr;
@@ -249,6 +262,9 @@ class LeakRouteDir final : public Kel::Entity {
                                   const Kel::Ptr<const Routing::Route>& route);
   void leakRouteDel(const Routing::RouteKey& k);
   void leakRouteDelAll();
+
+  // Makes room for `n` routes, so that filing that many grows nothing.
+  void reserve(uint32_t n) { leakRoute_.reserve(n); }
 
   // The owner's note: invalidVrfId when the key has none (or no entry).
   Vrf::VrfIdMap::VrfId leakTo(const Routing::RouteKey& k) const {

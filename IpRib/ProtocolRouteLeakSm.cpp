@@ -109,6 +109,9 @@ void MuxSm::handleInitialized() {
 
 void MuxSm::handleRoute() {
   LEAK_TRACE(8, "handleRoute", " " << vrfIdAf_);
+  // Sized for every route before the pass: growing a large table inside a
+  // slice would hold the loop for its whole copy.
+  leakRouteDir_->reserve(routeConfig_->routeSize());
   scheduleReview();
 }
 
@@ -139,7 +142,10 @@ void MuxSm::classify(const Routing::RouteKey& k, const Routing::Route* current) 
     handleRouteDelete(k);
     return;
   }
-  Kel::Ptr<LeakRoute> lr = leakRouteDir_->leakRoute(k);
+  // One look-up for the LeakRoute and the note beside it (oldLeakTo).
+  const LeakRouteDir::Entry* entry = leakRouteDir_->leakRoute().find(k);
+  Kel::Ptr<LeakRoute> lr = entry ? entry->leakRoute : nullptr;
+  Vrf::VrfIdMap::VrfId oldTo = entry ? entry->leakTo : vrfIdNull;
   if (lr && !(lr->route() == route)) {
     LEAK_DUALLOG("handleRoute",
                  " route leaked with key " << k << " has changed, deleting old one and recreating",
@@ -151,8 +157,9 @@ void MuxSm::classify(const Routing::RouteKey& k, const Routing::Route* current) 
     LEAK_DUALLOG("handleRoute", " creating leakRoute for " << k, " creating leakRoute for %s", k);
     lr = leakRouteDir_->leakRouteIs(vrfIdAf_, route);
     KEL_ASSERT(lr->route() == route);
+    oldTo = vrfIdNull;  // a new entry has no note yet
   }
-  const VrfIdAf old = oldLeakTo(k);
+  const VrfIdAf old = oldTo == vrfIdNull ? VrfIdAf() : VrfIdAf(oldTo, vrfIdAf_.af());
   LEAK_TRACE(9, "handleRoute", " old leak to is " << old);
   const Kel::Ptr<LeakRouteList> oldLrl = findLrl(old.vrfId(), false);
   const Kel::Ptr<LeakRouteList> newLrl = findLrl(id, true);
@@ -221,12 +228,65 @@ void MuxSm::maybeCleanupLrl(Vrf::VrfIdMap::VrfId dst) {
   outputLeakRouteListSet_->leakRouteListDel(pair);
 }
 
+// The look-ahead of a review: stage 0 loads a route, stage 1 (once it is in
+// cache) the slots its classification will probe. Only hints: a stale one
+// costs a wasted load, never a wrong result.
+class MuxSm::ReadAhead {
+ public:
+  explicit ReadAhead(const MuxSm& sm) : sm_(sm), routes_(sm.routeConfig_->route()) {}
+
+  void restart(Routing::RouteList::RouteMap::const_iterator from) {
+    ahead_.clear();
+    next_ = from;
+    for (uint32_t i = 0; i < ahead_.lead; ++i) next();
+  }
+  void next() {
+    if (next_ == routes_.end()) return;
+    ahead_.push(next_.hash(), [this](uint32_t h, int stage) { load(h, stage); });
+    ++next_;
+  }
+
+ private:
+  void load(uint32_t h, int stage) {
+    const Kel::Ptr<Routing::Route>* r = routes_.probable(h);
+    if (r == nullptr) return;
+    const Routing::Route& route = **r;
+    if (stage == 0) {
+      Kel::prefetchObject(&route);
+      return;
+    }
+    const uint32_t leakHash = sm_.leakRouteDir_->leakRoute().hashOf(route.key());
+    sm_.leakRouteDir_->leakRoute().prefetch(leakHash);
+    if (route.leakVrfName().value().empty()) return;
+    // Routes share few targets: the last one's list is likely this one's.
+    if (!(route.leakVrfName() == name_)) {
+      name_ = route.leakVrfName();
+      const Vrf::VrfIdMap::VrfId id = sm_.vrfNameToIdMap_->vrfNameToId(name_);
+      list_ = sm_.outputLeakRouteListSet_->leakRouteList(
+          VrfPairAf(sm_.vrfIdAf_.vrfId(), id, sm_.vrfIdAf_.af()));
+    }
+    if (list_) list_->readAhead(leakHash);
+  }
+
+  const MuxSm& sm_;
+  const Routing::RouteList::RouteMap& routes_;
+  Routing::RouteList::RouteMap::const_iterator next_;
+  Kel::Lookahead<uint32_t, 2, 8> ahead_;
+  L3::VrfName name_;
+  Kel::Ptr<const LeakRouteList> list_;
+};
+
 void MuxSm::doReview() {
   LEAK_TRACE(8, "doReview", " " << vrfIdAf_);
   if (!initialized_) return;
   const double deadline = Kel::System::currentTime() + reviewQuantum_;
   const Routing::RouteList::RouteMap& routes = routeConfig_->route();
   auto it = bookmarkValid_ ? routes.seek(bookmark_) : routes.begin();
+  // At scale a pass waits on cache misses: the route, its directory slot,
+  // its list's slot and its destination's config slot. Bring them in a few
+  // routes ahead, each route found again by hash (one may have gone).
+  ReadAhead ahead(*this);
+  ahead.restart(it);
   uint64_t count = 0;
   while (it != routes.end()) {
     ++count;
@@ -238,8 +298,10 @@ void MuxSm::doReview() {
     if (routes.size() != size) {
       it = routes.seek(route->key());
       if (it != routes.end() && (*it)->key() == route->key()) ++it;
+      ahead.restart(it);
     } else {
       ++it;
+      ahead.next();
     }
     if (it == routes.end()) break;
     if (Kel::System::currentTime() >= deadline) {
@@ -289,6 +351,10 @@ class DemuxSm::KelLeakRouteList final : public LeakRouteList::Notifiee {
   KelLeakRouteList(DemuxSm* sm, const LeakRouteList* list) : sm_(sm) { notifierIs(list); }
   const VrfPairAf& key() const { return notifier()->vrfAf(); }
   void onLeakRoute(const Routing::RouteKey& k) override { sm_->handleLeakRoute(k); }
+  // The list will file a key (LeakRouteRefs::readAhead): so will the config.
+  void readAhead(int step) const override {
+    if (step == 0) sm_->leakRouteConfig_->leakRoute().prefetch(notifier()->readAheadHash());
+  }
 
  private:
   DemuxSm* sm_;

@@ -108,6 +108,7 @@ class MuxSm final : public Kel::NotifieeBase {
   class KelClock;
 
  private:
+  class ReadAhead;
   // handleRoute(k) for `route`, the route list's route under `k` (null when none).
   void classify(const Routing::RouteKey& k, const Routing::Route* route);
   void routeIs(const Routing::Route* route);

@@ -255,6 +255,9 @@ class DenseHashTable {
     return true;
   }
 
+  // Makes room in the index for `n` entries (HashTable::reserve).
+  void reserve(uint32_t n) { index_.reserve(n); }
+
   // Calls f(bytes) for each heap block the table holds (memory accounting).
   template <class F>
   void forEachBlock(F&& f) const {

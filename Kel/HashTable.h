@@ -240,6 +240,16 @@ class HashTable {
     while (size_ != 0) popFront();
   }
 
+  // Makes room for `n` elements now, so that inserting up to that many
+  // grows nothing: a paced pass that knows its size keeps the linear cost of
+  // growth out of its slices. Keeps the order.
+  void reserve(uint32_t n) {
+    if (n <= denseMax) return;
+    uint32_t bits = std::max(bits_, 4u);
+    while ((1u << bits) - (1u << bits) / 8 < n) ++bits;
+    if (bits != bits_) rehash(bits);
+  }
+
   // Bytes held by the slot array (for memory accounting).
   size_t bytes() const { return size_t(slotCount_) * sizeof(Slot); }
 
@@ -331,18 +341,23 @@ class HashTable {
   // homes would not help keys whose hashes share their top bits (it would
   // double again on every insert), so only the overflow tail grows.
   void grow(bool tailOnly) {
-    uint32_t newBits = bits_;
-    uint32_t newSlots;
     if (tailOnly) {
-      newSlots = slotCount_ + overflowFor(bits_);
+      rehash(bits_, slotCount_ + overflowFor(bits_));
     } else if (bits_ == 0 && slotCount_ < denseMax) {
-      newSlots = slotCount_ == 0 ? 1 : slotCount_ * 2;
+      rehash(0, slotCount_ == 0 ? 1 : slotCount_ * 2);
     } else {
-      // Leave dense mode, or double the homes; an overflow tail takes the
-      // clusters that run past the last home.
-      newBits = bits_ == 0 ? 4 : bits_ + 1;
-      newSlots = std::max((1u << newBits) + overflowFor(newBits), lastPlaceWith(newBits) + 1);
+      // Leave dense mode, or double the homes.
+      rehash(bits_ == 0 ? 4 : bits_ + 1);
     }
+  }
+
+  // With `newBits` home bits; an overflow tail takes the clusters that run
+  // past the last home.
+  void rehash(uint32_t newBits) {
+    rehash(newBits, std::max((1u << newBits) + overflowFor(newBits), lastPlaceWith(newBits) + 1));
+  }
+
+  void rehash(uint32_t newBits, uint32_t newSlots) {
     Slot* old = slots_;
     const uint32_t oldCount = slotCount_;
     slots_ = static_cast<Slot*>(HugePages::allocate(sizeof(Slot) * newSlots));
