@@ -14,10 +14,11 @@
 // from "changed". Every collection notifies its reactors at once with the
 // element's key when an element is added, replaced or removed; writing the
 // element already there notifies nobody. The leakRoute collections (keyed by
-// Routing::RouteKey) are hash ordered with seek() and dense: a large one
-// costs 8 bytes an entry (16 in a LeakRouteDir) plus 9 to 18 bytes of index,
-// and gives its memory back when it empties. They hash with a seed of their
-// own: they are filled by walking a route list in its order.
+// Routing::RouteKey) are hash ordered with seek(), and give their memory
+// back when they empty: a LeakRouteDir's is dense (16 bytes an entry plus 9
+// to 18 bytes of index), the others open-addressed (18 to 37 bytes an
+// entry, for cheap erases). They hash with a seed of their own: they are
+// filled by walking a route list in its order.
 // Only the leak reactors (ProtocolRouteLeakSm) call the mutators.
 #pragma once
 
@@ -140,7 +141,9 @@ class LeakRouteRefs : public Kel::Entity {
   using Traits = LeakRouteTraits<Kel::Ptr<const LeakRoute>, refKey>;
 
  public:
-  using LeakRouteMap = Kel::DenseHashTable<Traits>;
+  // Open-addressed: an erase costs one probe, where a dense table would
+  // also move its last entry and look that one up again.
+  using LeakRouteMap = Kel::HashTable<Traits>;
   class Notifiee : public Kel::NotifieeOf<Self> {
    public:
     virtual void onLeakRoute(const Routing::RouteKey&) {}

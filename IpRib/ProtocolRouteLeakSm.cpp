@@ -40,8 +40,8 @@ class MuxSm::KelRoute final : public Routing::Route::Notifiee, public Kel::Liste
  public:
   KelRoute(MuxSm* sm, const Routing::Route* route) : sm_(sm) { notifierIs(route); }
   // While filed, the route is the list's route for its key: no look-up.
-  void onLeakVrfName() override { sm_->classify(notifier()->key(), notifier()); }
-  void onMetric() override { sm_->classify(notifier()->key(), notifier()); }
+  void onLeakVrfName() override { sm_->handleRouteOf(*notifier()); }
+  void onMetric() override { sm_->handleRouteOf(*notifier()); }
   void onFiled() override {
     if (notifier()->filed()) return;
     // Deleted rather than replaced: withdraw it now. A replacement is
@@ -125,6 +125,27 @@ void MuxSm::scheduleReview() {
 void MuxSm::handleRoute(const Routing::RouteKey& k) {
   const Kel::Ptr<Routing::Route> route = routeConfig_->route(k);
   classify(k, route.ptr());
+}
+
+void MuxSm::handleRouteOf(const Routing::Route& route) {
+  // One route's change waits on cache misses one after the other: start
+  // loading its directory slot and its new list's and config's now; its old
+  // list's and config's once the directory has told which they are.
+  const Vrf::VrfIdMap::VrfId id = route.leakVrfName().value().empty()
+                                      ? vrfIdNull
+                                      : vrfNameToIdMap_->vrfNameToId(route.leakVrfName());
+  const uint32_t h = leakRouteDir_->leakRoute().hashOf(route.key());
+  leakRouteDir_->leakRoute().prefetch(h);
+  readAheadList(id, h);
+  readAheadList(leakRouteDir_->leakTo(route.key()), h);
+  classify(route.key(), &route);
+}
+
+void MuxSm::readAheadList(Vrf::VrfIdMap::VrfId dst, uint32_t h) const {
+  if (dst == vrfIdNull) return;
+  const Kel::Ptr<LeakRouteList> list =
+      outputLeakRouteListSet_->leakRouteList(VrfPairAf(vrfIdAf_.vrfId(), dst, vrfIdAf_.af()));
+  if (list) list->readAhead(h);
 }
 
 void MuxSm::classify(const Routing::RouteKey& k, const Routing::Route* current) {

@@ -111,6 +111,10 @@ class MuxSm final : public Kel::NotifieeBase {
   class ReadAhead;
   // handleRoute(k) for `route`, the route list's route under `k` (null when none).
   void classify(const Routing::RouteKey& k, const Routing::Route* route);
+  // classify for a filed route that changed, reading ahead what it will touch.
+  void handleRouteOf(const Routing::Route& route);
+  // Look-ahead for the key of leak hash `h` in the list toward `dst`.
+  void readAheadList(Vrf::VrfIdMap::VrfId dst, uint32_t h) const;
   void routeIs(const Routing::Route* route);
   void routeDel(KelRoute* reactor);
 
