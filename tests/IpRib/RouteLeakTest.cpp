@@ -43,9 +43,6 @@ TEST(RouteLeakValueTest, CanonicalFormsReadBackAndShortFormsTrace) {
   std::ostringstream os;
   os << VrfIdAf(3, v4) << " " << pair;
   EXPECT_EQ(os.str(), "(3, ipv4) (1-2, ipv6)");
-  EXPECT_EQ(Kel::strepToValue<Routing::RouteKey>(valueToStrep(p1)), p1);
-  EXPECT_EQ(valueToStrep(p1),
-            "Value('Routing::RouteKey', ** {'prefix': 10.1.0.0/16, 'preference': 1})");
 }
 
 TEST(RouteLeakValueTest, BadTextNamesWhatIsWrong) {
@@ -322,35 +319,6 @@ TEST_F(RouteLeakTest, BadArgumentsOfCreateVrfChangeNothing) {
   EXPECT_EQ(w.root->demuxSmSetDir()->lrlpSets(), 0u);
   w.root->createVrf(VrfIdAf(1, v4), list, config);
   EXPECT_TRUE(w.root->muxSm(VrfIdAf(1, v4)));
-}
-
-TEST(RouteListTest, ARouteLeavesItsListBeforeTheListTells) {
-  auto list = Routing::routeListFactory(v4);
-  std::vector<std::string> heard;
-  struct ListWatch : Routing::RouteList::Notifiee {
-    std::vector<std::string>* heard;
-    void onRoute(const Routing::RouteKey&) override { heard->push_back("list"); }
-  } listWatch;
-  struct RouteWatch : Routing::Route::Notifiee {
-    std::vector<std::string>* heard;
-    void onFiled() override { heard->push_back(notifier()->filed() ? "filed" : "unfiled"); }
-  } routeWatch;
-  listWatch.heard = routeWatch.heard = &heard;
-  listWatch.notifierIs(list.ptr());
-  const auto first = RouteLeakWorld::route("10.1.0.0/16", 1, "blue");
-  list->routeIs(first);
-  routeWatch.notifierIs(first.ptr());
-  list->routeIs(first);  // already there: nothing
-  list->routeIs(RouteLeakWorld::route("10.1.0.0/16", 1, "blue"));
-  EXPECT_EQ(heard, (std::vector<std::string>{"list", "unfiled", "list"}));
-  // A route is filed in one list at a time, of its family; a name is 100 bytes at most.
-  EXPECT_THROW(Routing::routeListFactory(v4)->routeIs(list->route(p1)), Kel::RangeError);
-  EXPECT_THROW(Routing::routeListFactory(AddressFamily::ipv6)
-                   ->routeIs(RouteLeakWorld::route("10.2.0.0/16", 1, "")),
-               Kel::RangeError);
-  EXPECT_THROW(L3::VrfName(std::string(101, 'v')), Kel::RangeError);
-  EXPECT_EQ(list->routeSize(), 1u);
-  routeWatch.notifierIs(static_cast<const Routing::Route*>(nullptr));
 }
 
 // ------------------------------------------------------------ assertions
