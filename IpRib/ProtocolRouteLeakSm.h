@@ -13,11 +13,17 @@
 //              VRF's LeakRouteConfig, the subsystem's output.
 //
 // Per-key events are handled at once: a route's change costs a few look-ups
-// in the mux, one per input list in the demux. Bulk work (a mux's first
-// pass, a demux's re-decision of every key when a list goes) runs on the
-// framework clock in slices of `reviewQuantum` (0.1 s) from a bookmark, so
-// the loop is never held much longer than that; a slice handles at least one
-// element. A mux pass reads the routes ahead (Kel/Prefetch.h).
+// in the mux, one per input list in the demux (about 1.5 us for a cold
+// route of a million, its move included). Bulk work (a mux's first pass, a
+// demux's re-decision of every key when a list goes) runs on the framework
+// clock in slices of `reviewQuantum` (0.1 s) from a bookmark, so the loop is
+// never held much longer than that; a slice handles at least one element.
+// A mux sizes its directory for its whole route list before a full pass, so
+// that no slice pays for a large table's growth. Passes and single changes
+// read ahead the slots they will probe (Kel/Prefetch.h): a first pass runs at
+// about 2 million routes a second. Memory: a watcher per source route (48
+// bytes) and, per leaked route, its LeakRoute (40), its directory entry and
+// its list and config entries (about 60 at a 100,000-route list).
 // Programming faults (a reactor tree out of step with its entities) end the
 // process through KEL_ASSERT; a route whose target VRF is unknown is simply
 // not leaked until an event for it (or a review) finds the name mapped: a
