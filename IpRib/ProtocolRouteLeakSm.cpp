@@ -128,6 +128,7 @@ void MuxSm::handleRoute(const Routing::RouteKey& k) {
 }
 
 void MuxSm::handleRouteOf(const Routing::Route& route) {
+  if (!initialized_) return;
   // One route's change waits on cache misses one after the other: start
   // loading its directory slot and its new list's and config's now; its old
   // list's and config's once the directory has told which they are.
