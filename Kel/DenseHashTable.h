@@ -80,9 +80,13 @@ class DenseHashTable {
       last.~Entry();
       --size_;
       // Keep one empty chunk at most, so that churn at a chunk's edge does
-      // not allocate and free it over and over.
+      // not allocate and free it over and over; an empty table keeps none.
       const size_t n = chunks_.size();
-      if (n >= 2 && size_ <= (n - 2) * chunkSize) {
+      if (size_ == 0) {
+        for (Entry* c : chunks_) ::operator delete(c);
+        std::vector<Entry*>().swap(chunks_);
+        firstCapacity_ = 0;
+      } else if (n >= 2 && size_ <= (n - 2) * chunkSize) {
         ::operator delete(chunks_.back());
         chunks_.pop_back();
       }
@@ -250,6 +254,9 @@ class DenseHashTable {
     // `gone` dies once the table is whole: its destructor may re-enter it.
     return true;
   }
+
+  // Makes room in the index for `n` entries (HashTable::reserve).
+  void reserve(uint32_t n) { index_.reserve(n); }
 
   // Calls f(bytes) for each heap block the table holds (memory accounting).
   template <class F>

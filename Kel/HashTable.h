@@ -13,7 +13,9 @@
 // which keeps the many tiny collections small.
 // Iterators are invalidated by insert and erase; resume with seek.
 // Costs: find, insert, erase are O(1) expected (insert and erase shift the
-// rest of a cluster); growth is linear and keeps the order.
+// rest of a cluster); growth is linear and keeps the order. A table that
+// empties gives its slots back, so that entries gone for good leave no
+// memory behind.
 //
 // Traits: `Entry` (stored), `Key`, `KeyRef key(const Entry&)` and
 // `uint32_t hash(const Key&)`; keys need == and <. The traits may carry state
@@ -135,6 +137,7 @@ class HashTable {
     }
     bool operator==(const const_iterator& o) const { return i_ == o.i_; }
     uint32_t hash() const { return t_->slots_[i_].hash; }
+    decltype(auto) key() const { return t_->traits_.key(t_->slots_[i_].entry()); }
 
    private:
     friend class HashTable;
@@ -237,6 +240,16 @@ class HashTable {
     while (size_ != 0) popFront();
   }
 
+  // Makes room for `n` elements now, so that inserting up to that many
+  // grows nothing: a paced pass that knows its size keeps the linear cost of
+  // growth out of its slices. Keeps the order.
+  void reserve(uint32_t n) {
+    if (n <= denseMax) return;
+    uint32_t bits = std::max(bits_, 4u);
+    while ((1u << bits) - (1u << bits) / 8 < n) ++bits;
+    if (bits != bits_) rehash(bits);
+  }
+
   // Bytes held by the slot array (for memory accounting).
   size_t bytes() const { return size_t(slotCount_) * sizeof(Slot); }
 
@@ -306,6 +319,7 @@ class HashTable {
     Entry out = slots_[i].take();
     --size_;
     closeGap(i);
+    if (size_ == 0) release();
     return out;
   }
 
@@ -327,18 +341,23 @@ class HashTable {
   // homes would not help keys whose hashes share their top bits (it would
   // double again on every insert), so only the overflow tail grows.
   void grow(bool tailOnly) {
-    uint32_t newBits = bits_;
-    uint32_t newSlots;
     if (tailOnly) {
-      newSlots = slotCount_ + overflowFor(bits_);
+      rehash(bits_, slotCount_ + overflowFor(bits_));
     } else if (bits_ == 0 && slotCount_ < denseMax) {
-      newSlots = slotCount_ == 0 ? 1 : slotCount_ * 2;
+      rehash(0, slotCount_ == 0 ? 1 : slotCount_ * 2);
     } else {
-      // Leave dense mode, or double the homes; an overflow tail takes the
-      // clusters that run past the last home.
-      newBits = bits_ == 0 ? 4 : bits_ + 1;
-      newSlots = std::max((1u << newBits) + overflowFor(newBits), lastPlaceWith(newBits) + 1);
+      // Leave dense mode, or double the homes.
+      rehash(bits_ == 0 ? 4 : bits_ + 1);
     }
+  }
+
+  // With `newBits` home bits; an overflow tail takes the clusters that run
+  // past the last home.
+  void rehash(uint32_t newBits) {
+    rehash(newBits, std::max((1u << newBits) + overflowFor(newBits), lastPlaceWith(newBits) + 1));
+  }
+
+  void rehash(uint32_t newBits, uint32_t newSlots) {
     Slot* old = slots_;
     const uint32_t oldCount = slotCount_;
     slots_ = static_cast<Slot*>(HugePages::allocate(sizeof(Slot) * newSlots));

@@ -98,7 +98,6 @@ class Listed {
   friend class NestedReactorList<R>;
   R* prev_ = nullptr;
   R* next_ = nullptr;
-  bool listed_ = false;
 };
 
 // Nested reactors for a collection too large for a keyed table of its
@@ -133,7 +132,6 @@ class NestedReactorList final : public NestedReactorGroup {
     R* p = r.release();
     Listed<R>& links = *p;
     links.next_ = head_;
-    links.listed_ = true;
     if (head_ != nullptr) static_cast<Listed<R>&>(*head_).prev_ = p;
     head_ = p;
     ++size_;
@@ -143,7 +141,7 @@ class NestedReactorList final : public NestedReactorGroup {
   // Drops `r` after its handleDel, which runs once `r` has left the list (so
   // that a handleDel erasing it again changes nothing).
   void erase(R* r) {
-    if (!static_cast<Listed<R>&>(*r).listed_) return;
+    if (!listed(r)) return;
     Ptr<R> keep(unlink(r));
     r->delRef();  // the list's own reference; `keep` holds it through handleDel
     r->doHandleDel();
@@ -160,6 +158,8 @@ class NestedReactorList final : public NestedReactorGroup {
   void handleOwnerDel() override { clear(); }
 
  private:
+  // Only the head has no predecessor: two words of links, no flag.
+  bool listed(R* r) const { return static_cast<Listed<R>&>(*r).prev_ != nullptr || head_ == r; }
   R* unlink(R* r) {
     Listed<R>& links = *r;
     if (links.prev_ != nullptr) {
@@ -169,7 +169,6 @@ class NestedReactorList final : public NestedReactorGroup {
     }
     if (links.next_ != nullptr) static_cast<Listed<R>&>(*links.next_).prev_ = links.prev_;
     links.prev_ = links.next_ = nullptr;
-    links.listed_ = false;
     --size_;
     return r;
   }

@@ -6,6 +6,7 @@
 #include "IpRib/ProtocolRouteStatusSm.h"
 #include "Kel/NestedReactors.h"
 #include "Kel/System.h"
+#include "agent/LeakDemo.h"
 #include "platform/Flipset/Flipset.h"
 
 namespace IpRibAgent {
@@ -219,6 +220,7 @@ int runDemo(std::ostream& out) {
       << rs->ribReadySeqStatus() << "\n";
   watcher = nullptr;
   showRib(out);
+  runLeakDemo(out);
   return 0;
 }
 

@@ -10,10 +10,6 @@ std::ostream& operator<<(std::ostream& os, const Via& v) {
   return os;
 }
 
-std::ostream& operator<<(std::ostream& os, const RouteKey& k) {
-  return os << k.prefix() << " pref " << unsigned(k.preference());
-}
-
 std::ostream& operator<<(std::ostream& os, const BfdStatusKey& k) {
   return os << "addr " << k.addr() << " intf " << k.intf();
 }

@@ -1,5 +1,6 @@
-// Values of BFD tracking for static routes: the tracked via, the protocol
-// route it belongs to, and the status key of the BFD session it needs.
+// Values of BFD tracking for static routes: the tracked via and the status
+// key of the BFD session it needs (the route a via belongs to is a
+// Routing::RouteKey, Route/RouteKey.h).
 //
 // All are small values: copies are cheap (interface names are shared), ==,
 // < and hash(seed) cost a few cycles. Order and hash go through the fields in
@@ -14,6 +15,7 @@
 #include "platform/Pando/IntfId.h"
 #include "platform/Pando/IpGenAddr.h"
 #include "platform/Pando/IpGenPrefix.h"
+#include "platform/Routing/Route/RouteKey.h"
 #include "platform/Routing/RouteTypes.h"
 
 namespace Routing {
@@ -50,32 +52,6 @@ class Via {
   uint32_t label_ = noLabel;
 };
 
-// A protocol route at one preference: what a tracked via belongs to.
-class RouteKey {
- public:
-  RouteKey() = default;
-  RouteKey(const Pando::IpGenPrefix& prefix, RoutePreference preference)
-      : prefix_(prefix), preference_(preference) {}
-
-  const Pando::IpGenPrefix& prefix() const { return prefix_; }
-  RoutePreference preference() const { return preference_; }
-
-  uint32_t hash(uint32_t seed) const {
-    return Kel::Hasher(seed).add(prefix_.hash()).add(preference_).result();
-  }
-  friend bool operator==(const RouteKey& a, const RouteKey& b) {
-    return a.prefix_ == b.prefix_ && a.preference_ == b.preference_;
-  }
-  friend bool operator<(const RouteKey& a, const RouteKey& b) {
-    if (!(a.prefix_ == b.prefix_)) return a.prefix_ < b.prefix_;
-    return a.preference_ < b.preference_;
-  }
-
- private:
-  Pando::IpGenPrefix prefix_;
-  RoutePreference preference_ = 0;
-};
-
 // The BFD session a tracked via needs: its next-hop address, and the
 // interface only where the address alone is ambiguous (IPv6 link-local).
 // The default key has the empty address (family 0) and no interface.
@@ -106,8 +82,6 @@ class BfdStatusKey {
 
 // "addr 10.0.0.1 intf Ethernet1", and " label 16" when labelled.
 std::ostream& operator<<(std::ostream& os, const Via& v);
-// "10.1.0.0/24 pref 1".
-std::ostream& operator<<(std::ostream& os, const RouteKey& k);
 // "addr 10.0.0.1 intf none".
 std::ostream& operator<<(std::ostream& os, const BfdStatusKey& k);
 
