@@ -12,7 +12,12 @@ namespace IpRibAgent {
 
 Interpreter::Interpreter(std::ostream& out, std::ostream& err, TimeMode mode)
     : out_(out), err_(err), timeMode_(mode) {
-  if (mode == TimeMode::virtualTime) virtualTime_.emplace(1000.0);
+  if (mode == TimeMode::virtualTime) {
+    virtualTime_.emplace(1000.0);
+    // Each reading of the clock takes a microsecond, as it would in a real
+    // run: two stamps of one route never carry the same time.
+    virtualTime_->time().stepIs(1e-6);
+  }
   for (const auto* area :
        {&setupCommands(), &platformCommands(), &protocolCommands(), &showCommands()}) {
     for (const Command& c : *area) commands_.emplace(c.name, c);

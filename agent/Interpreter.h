@@ -7,9 +7,9 @@
 // containers are brought in line with the platform (World::refresh); the
 // event loop runs on `settle` and `time`, and, at the prompt, after every
 // line (as a running agent would between inputs).
-// Time: virtual in scripts and the demo (starting at 1000 s and moving only
-// on `time`), so the same script prints the same output every time; real at
-// the prompt.
+// Time: virtual in scripts and the demo (starting at 1000 s, moving on by a
+// microsecond at each reading of the clock and by whole steps on `time`), so
+// the same script prints the same output every time; real at the prompt.
 // One thread. Commands are registered by area (Commands*.cpp).
 #pragma once
 

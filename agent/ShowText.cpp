@@ -75,10 +75,12 @@ void printViaSets(std::ostream& os, const Json& viaSets) {
 }
 
 void printExplain(std::ostream& os, const Json& e) {
-  os << e["vrf"].get<std::string>() << " " << e["prefix"].get<std::string>() << ": "
-     << e["outcome"].get<std::string>();
-  if (!e["inStatus"].get<bool>()) os << " (not in the protocol's status)";
-  os << "\n";
+  os << e["vrf"].get<std::string>() << " " << e["prefix"].get<std::string>() << ": ";
+  if (!e["inStatus"].get<bool>()) {
+    os << "not in the protocol's status, so not in the RIB\n";
+    return;
+  }
+  os << e["outcome"].get<std::string>() << "\n";
   for (const Json& p : e["preferences"]) {
     os << "  preference " << p["preference"].get<unsigned>();
     if (p["fecType"].get<unsigned>() != 0) os << " (fec " << p["fecType"].get<unsigned>() << ")";

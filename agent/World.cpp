@@ -29,10 +29,14 @@ World::World(const Setup& setup)
 World::~World() {
   // Readers before what they read.
   while (!container_.empty()) containerDel(container_.begin()->first);
+  viaMetricStatusSm_ = nullptr;
 }
 
 void World::start() {
   started_ = true;
+  viaMetricStatusSm_ = Protocol::viaMetricStatusSmFactory(
+      Kel::Ptr<const Rib::ViaMetricStatusByVrf>(platform_.viaMetricStatusByVrf(RibKind::unicast)),
+      routeStatusDir_);
   refresh();
 }
 
@@ -129,6 +133,7 @@ void World::containerIs(const L3::VrfName& vrf, Vrf::VrfIdMap::VrfId id, Pando::
       Kel::Ptr<const Rib::ViaMetricStatusByVrf>(p.viaMetricStatusByVrf(RibKind::unicast)),
       Kel::String(Rib::ribString));
   container_[{vrf, af}] = c;
+  routeStatusDir_->statusIs(c->status());
   protocol_.statusIs(vrf, af, id, c->status());
 }
 
@@ -137,6 +142,7 @@ void World::containerDel(const Family& f) {
   protocol_.statusDel(f.first, f.second);
   const Kel::Ptr<Rib::RouteConfig> routes = it->second->ribConfig();
   const Vrf::VrfIdMap::VrfId id = it->second->vrfId();
+  routeStatusDir_->statusDel(it->second->status()->key());
   if (Protocol::RouteStatusSm* sm = it->second->routeStatusSm()) {
     droppedEvaluations_ += sm->evaluations();
     droppedReviewSlices_ += sm->reviewSlices();

@@ -8,8 +8,10 @@
 // IP_INTF_CHECK_NOT_NEEDED is set, interface status of the family; the
 // default VRF's IPv4, IPv6 and EVPN metric status), and drops it when one
 // goes; the protocol's routes are written into each new container's Status.
-// When the root reactor takes over readiness, this file is where the
-// containers start to follow its ready sets instead.
+// Until the root reactor takes over, this file also keeps the directory of
+// the containers' status tables and the one ViaMetricStatusSm over it, so
+// that a via metric change reaches the routes that use the via. When the
+// root lands, the containers follow its ready sets here instead.
 // The RIB's tables outlive containers, as a RIB's do: a dropped container's
 // routes are deleted from them, its via configuration stays.
 // One thread. Costs: refresh() is linear in the number of VRFs.
@@ -23,6 +25,7 @@
 
 #include "IpRib/ProtocolContainerSm.h"
 #include "IpRib/ProtocolGrTypes.h"
+#include "IpRib/ProtocolViaMetricStatusSm.h"
 #include "agent/Platform.h"
 #include "agent/Protocol.h"
 
@@ -105,6 +108,9 @@ class World {
   Kel::Ptr<Rib::Evpn::ViaConfig> evpnViaConfig_ = Kel::makePtr<Rib::Evpn::ViaConfig>();
   Kel::Ptr<Routing::Protocol::AllVrfReadyStatus> allVrfReadyStatus_;
   ProtocolSide protocol_;
+  Kel::Ptr<Routing::Protocol::RouteStatusDir> routeStatusDir_ =
+      Routing::Protocol::routeStatusDirFactory();
+  Kel::Ptr<Routing::Protocol::ViaMetricStatusSm> viaMetricStatusSm_;
   std::map<Family, Kel::Ptr<Routing::Protocol::ContainerSm>> container_;
   uint64_t droppedEvaluations_ = 0;
   uint64_t droppedReviewSlices_ = 0;
