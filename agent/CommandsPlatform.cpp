@@ -8,15 +8,6 @@ namespace IpRibAgent {
 
 namespace {
 
-// A VRF the platform has declared.
-L3::VrfName declaredVrf(Line& line, Interpreter& in) {
-  const L3::VrfName name = line.vrfName();
-  if (in.world().platform().vrfId(name) == Vrf::VrfIdMap::invalidVrfId) {
-    line.refuseLast("a declared VRF (vrf NAME id N declares one)");
-  }
-  return name;
-}
-
 void vrfCommand(Line& line, Interpreter& in) {
   const L3::VrfName name = line.vrfName();
   line.expect("id");

@@ -28,14 +28,6 @@ void print(Interpreter& in, bool json, const Json& model,
   }
 }
 
-L3::VrfName knownVrf(Line& line, Interpreter& in) {
-  const L3::VrfName name = line.vrfName();
-  if (in.world().platform().vrfId(name) == Vrf::VrfIdMap::invalidVrfId) {
-    line.refuseLast("a declared VRF");
-  }
-  return name;
-}
-
 // show rib [VRF] [ipv4|ipv6] [PREFIX] [json]
 void showRib(Line& line, Interpreter& in) {
   Show::RibFilter f;
@@ -44,7 +36,7 @@ void showRib(Line& line, Interpreter& in) {
     return Pando::IpGenAddr::fromText(line.peek().substr(0, line.peek().find('/'))).has_value();
   };
   if (!line.atEnd() && line.peek() != "json" && !isFamily() && !isPrefix()) {
-    f.vrf = knownVrf(line, in);
+    f.vrf = declaredVrf(line, in);
   }
   if (isFamily()) f.af = line.family();
   if (!line.atEnd() && line.peek() != "json") f.prefix = line.prefix();
@@ -58,7 +50,7 @@ void showViaSets(Line& line, Interpreter& in) {
 }
 
 void showExplain(Line& line, Interpreter& in) {
-  const L3::VrfName vrf = knownVrf(line, in);
+  const L3::VrfName vrf = declaredVrf(line, in);
   const std::string prefixWord(line.peek());
   const Pando::IpGenPrefix prefix = line.prefix();
   const bool json = jsonAndEnd(line);
@@ -76,7 +68,7 @@ void showBfd(Line& line, Interpreter& in) {
 }
 
 void showIntf(Line& line, Interpreter& in) {
-  const L3::VrfName vrf = knownVrf(line, in);
+  const L3::VrfName vrf = declaredVrf(line, in);
   const bool json = jsonAndEnd(line);
   print(in, json, Show::intf(in.world(), vrf), Show::printIntf);
 }

@@ -10,6 +10,14 @@
 
 namespace IpRibAgent {
 
+L3::VrfName declaredVrf(Line& line, Interpreter& in) {
+  const L3::VrfName name = line.vrfName();
+  if (in.world().platform().vrfId(name) == Vrf::VrfIdMap::invalidVrfId) {
+    line.refuseLast("a declared VRF (vrf NAME id N declares one)");
+  }
+  return name;
+}
+
 Interpreter::Interpreter(std::ostream& out, std::ostream& err, TimeMode mode)
     : out_(out), err_(err), timeMode_(mode) {
   if (mode == TimeMode::virtualTime) {

@@ -42,6 +42,9 @@ const std::vector<Command>& platformCommands();
 const std::vector<Command>& protocolCommands();
 const std::vector<Command>& showCommands();
 
+// Reads the name of a VRF the platform has declared.
+L3::VrfName declaredVrf(Line& line, Interpreter& in);
+
 class Interpreter {
  public:
   enum class TimeMode { virtualTime, realTime };
