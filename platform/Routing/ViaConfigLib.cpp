@@ -1,5 +1,7 @@
 #include "platform/Routing/ViaConfigLib.h"
 
+#include "platform/Routing/AnswerOverride.h"
+
 namespace Routing::Rib {
 
 const Kel::EnumInfo& routingProtocolEnumInfo() {
@@ -27,12 +29,34 @@ const Kel::EnumInfo& transportEnumInfo() {
 
 std::string_view stringValue(Transport t) { return transportEnumInfo().stringValue(int64_t(t)); }
 
+Kel::String toStrep(Transport t) { return Kel::String(stringValue(t)); }
+
 }  // namespace Routing::Rib
 
 namespace Routing::ViaConfigLib {
 
+namespace {
+AnswerOverride<TableKey>& allVrfOverride() {
+  static AnswerOverride<TableKey> answers;
+  return answers;
+}
+}  // namespace
+
 bool isAllVrfViaConfig(std::string_view ribName, std::string_view transport,
                        std::string_view protocolName) {
+  return allVrfOverride().answer(tableKey(ribName, transport, protocolName),
+                                 isAllVrfViaConfigDefault(ribName, transport, protocolName));
+}
+
+void allVrfViaConfigIs(std::string_view ribName, std::string_view transport,
+                       std::string_view protocolName, bool allVrf) {
+  allVrfOverride().answerIs(tableKey(ribName, transport, protocolName), allVrf);
+}
+
+void allVrfViaConfigReset() { allVrfOverride().reset(); }
+
+bool isAllVrfViaConfigDefault(std::string_view ribName, std::string_view transport,
+                              std::string_view protocolName) {
   const bool knownRib = ribName == Rib::ribString || ribName == Rib::mribString;
   const bool knownTransport = transport == "ipv4" || transport == "ipv6" || transport == "evpn";
   const bool allVrfProtocol = protocolName == "bgp" || protocolName == "isis";

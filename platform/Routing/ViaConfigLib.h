@@ -9,13 +9,17 @@
 // Protocol numbers: 0 "unknown", 1 "connected", 2 "static", 3 "bgp",
 // 4 "routeInput", 5 "isis", 6 "ospf"; transports: 0 "none", 1 "ipv4",
 // 2 "ipv6", 3 "evpn". A number outside these tables is a Kel::RangeError.
-// All calls are free of allocation but getRibStringFromIpViaConfig's copy.
+// Overrides (allVrfViaConfigIs) take precedence over these defaults until
+// allVrfViaConfigReset; see AnswerOverride.h.
+// All calls are free of allocation but getRibStringFromIpViaConfig's copy
+// and the overrides.
 #pragma once
 
 #include <string>
 #include <string_view>
 
 #include "Kel/Enum.h"
+#include "Kel/String.h"
 #include "platform/Routing/Rib/Ip/ViaConfig.h"
 #include "platform/Routing/Rib/Transport.h"
 
@@ -28,6 +32,8 @@ std::string_view stringValue(RoutingProtocol rp);
 const Kel::EnumInfo& transportEnumInfo();
 // The transport's name, the address-family string of its vias: "ipv4", "ipv6", "evpn".
 std::string_view stringValue(Transport t);
+// The same name as a Kel::String, for paths.
+Kel::String toStrep(Transport t);
 
 }  // namespace Routing::Rib
 
@@ -38,6 +44,12 @@ namespace Routing::ViaConfigLib {
 // shared by all VRFs.
 bool isAllVrfViaConfig(std::string_view ribName, std::string_view transport,
                        std::string_view protocolName);
+// The answer without overrides.
+bool isAllVrfViaConfigDefault(std::string_view ribName, std::string_view transport,
+                              std::string_view protocolName);
+void allVrfViaConfigIs(std::string_view ribName, std::string_view transport,
+                       std::string_view protocolName, bool allVrf);
+void allVrfViaConfigReset();
 
 // The RIB the via configuration serves: "rib" or "mrib".
 std::string getRibStringFromIpViaConfig(const Rib::Ip::ViaConfig& config);

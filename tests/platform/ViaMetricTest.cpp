@@ -205,15 +205,16 @@ TEST(LoopingRouteStatus, PerVrfSetsNotifyOnChange) {
     void onLoopingRoute(const IpGenPrefix& p) override { seen.push_back(p); }
   };
   struct ByVrfWatch : LoopingRouteStatusByVrf::Notifiee {
-    std::vector<VrfId> seen;
-    void onLoopingRouteStatus(VrfId v) override { seen.push_back(v); }
+    std::vector<L3::VrfName> seen;
+    void onVrfStatus(const L3::VrfName& v) override { seen.push_back(v); }
   };
   auto byVrf = Kel::makePtr<LoopingRouteStatusByVrf>();
   auto vrfWatch = Kel::makePtr<ByVrfWatch>();
   vrfWatch->notifierIs(byVrf.ptr());
-  Kel::Ptr<LoopingRouteStatus> red = byVrf->loopingRouteStatusIs(7);
-  EXPECT_EQ(byVrf->loopingRouteStatusIs(7), red);
-  EXPECT_EQ(red->vrfId(), 7u);
+  const L3::VrfName redName(Kel::String("red"));
+  Kel::Ptr<LoopingRouteStatus> red = byVrf->vrfStatusIs(redName);
+  EXPECT_EQ(byVrf->vrfStatusIs(redName), red);
+  EXPECT_EQ(red->vrfName(), redName);
   EXPECT_EQ(red->typeName(), std::string("Routing::Rib::LoopingRouteStatus"));
   auto watch = Kel::makePtr<Watch>();
   watch->notifierIs(red.ptr());
@@ -230,10 +231,11 @@ TEST(LoopingRouteStatus, PerVrfSetsNotifyOnChange) {
   EXPECT_EQ(watch->seen, (std::vector<IpGenPrefix>{p, q, p}));
   EXPECT_FALSE(red->loopingRouteHas(p));
 
-  byVrf->loopingRouteStatusDel(7);
-  byVrf->loopingRouteStatusDel(7);
-  EXPECT_EQ(vrfWatch->seen, (std::vector<VrfId>{7, 7}));
-  EXPECT_FALSE(byVrf->loopingRouteStatus(7));
+  // Deleting by the set's own name: the name outlives the set.
+  byVrf->vrfStatusDel(red->vrfName());
+  byVrf->vrfStatusDel(redName);
+  EXPECT_EQ(vrfWatch->seen, (std::vector<L3::VrfName>{redName, redName}));
+  EXPECT_FALSE(byVrf->vrfStatus(redName));
 }
 
 TEST(ViaStatusByVrf, UpDownAndAbsentAreThreeStates) {

@@ -10,24 +10,22 @@ void LoopingRouteStatus::loopingRouteDel(const Pando::IpGenPrefix& p) {
   if (loopingRoute_.erase(p)) notifyKey(&Notifiee::onLoopingRoute, p);
 }
 
-Kel::Ptr<LoopingRouteStatus> LoopingRouteStatusByVrf::loopingRouteStatus(
-    Vrf::VrfIdMap::VrfId v) const {
-  const auto* e = loopingRouteStatus_.find(v);
+Kel::Ptr<LoopingRouteStatus> LoopingRouteStatusByVrf::vrfStatus(const L3::VrfName& v) const {
+  const auto* e = vrfStatus_.find(v);
   return e ? *e : nullptr;
 }
 
-Kel::Ptr<LoopingRouteStatus> LoopingRouteStatusByVrf::loopingRouteStatusIs(Vrf::VrfIdMap::VrfId v) {
-  if (const auto* e = loopingRouteStatus_.find(v)) return *e;
+Kel::Ptr<LoopingRouteStatus> LoopingRouteStatusByVrf::vrfStatusIs(const L3::VrfName& v) {
+  if (const auto* e = vrfStatus_.find(v)) return *e;
   Kel::Ptr<LoopingRouteStatus> status =
-      *loopingRouteStatus_.insert(Kel::makePtr<LoopingRouteStatus>(v)).first;
-  notify<Notifiee>([v](Notifiee* n) { n->onLoopingRouteStatus(v); });
+      *vrfStatus_.insert(Kel::makePtr<LoopingRouteStatus>(v)).first;
+  notifyKey(&Notifiee::onVrfStatus, v);
   return status;
 }
 
-void LoopingRouteStatusByVrf::loopingRouteStatusDel(Vrf::VrfIdMap::VrfId v) {
-  if (loopingRouteStatus_.erase(v)) {
-    notify<Notifiee>([v](Notifiee* n) { n->onLoopingRouteStatus(v); });
-  }
+void LoopingRouteStatusByVrf::vrfStatusDel(const L3::VrfName& v) {
+  const L3::VrfName name = v;  // `v` may be the name of the set that goes
+  if (vrfStatus_.erase(name)) notifyKey(&Notifiee::onVrfStatus, name);
 }
 
 }  // namespace Routing::Rib

@@ -1,5 +1,5 @@
 // The prefixes the RIB has found looping (a route whose next hops resolve
-// back through the route itself), one set per VRF, and the sets by VRF id.
+// back through the route itself), one set per VRF, and the sets by VRF name.
 //
 // The RIB writes; route computation reads and re-evaluates the prefix it is
 // told about. Every change notifies at once with the element key; adding a
@@ -13,9 +13,8 @@
 
 #include "Kel/Collections.h"
 #include "Kel/Entity.h"
+#include "platform/L3/VrfName.h"
 #include "platform/Pando/IpGenPrefix.h"
-#include "platform/Routing/Rib/IntKeyedPtrMap.h"
-#include "platform/Vrf/VrfId.h"
 
 namespace Routing::Rib {
 
@@ -25,11 +24,11 @@ class LoopingRouteStatus final : public Kel::Entity {
    public:
     virtual void onLoopingRoute(const Pando::IpGenPrefix&) {}
   };
-  explicit LoopingRouteStatus(Vrf::VrfIdMap::VrfId vrfId = Vrf::VrfIdMap::defaultVrfId)
-      : vrfId_(vrfId) {}
+  LoopingRouteStatus() = default;
+  explicit LoopingRouteStatus(const L3::VrfName& vrfName) : vrfName_(vrfName) {}
   const char* typeName() const override { return "Routing::Rib::LoopingRouteStatus"; }
 
-  Vrf::VrfIdMap::VrfId vrfId() const { return vrfId_; }
+  const L3::VrfName& vrfName() const { return vrfName_; }
 
   const Kel::HashedSet<Pando::IpGenPrefix>& loopingRoute() const { return loopingRoute_; }
   bool loopingRouteHas(const Pando::IpGenPrefix& p) const {
@@ -40,29 +39,30 @@ class LoopingRouteStatus final : public Kel::Entity {
   void loopingRouteDel(const Pando::IpGenPrefix& p);
 
  private:
-  Vrf::VrfIdMap::VrfId vrfId_;
+  L3::VrfName vrfName_;
   Kel::HashedSet<Pando::IpGenPrefix> loopingRoute_;
 };
 
 class LoopingRouteStatusByVrf final : public Kel::Entity {
  public:
-  using LoopingRouteStatusMap =
-      IntKeyedPtrMap<Vrf::VrfIdMap::VrfId, LoopingRouteStatus, &LoopingRouteStatus::vrfId>;
+  using VrfStatusMap =
+      Kel::HashedPtrMap<L3::VrfName, LoopingRouteStatus, &LoopingRouteStatus::vrfName>;
   class Notifiee : public Kel::NotifieeOf<LoopingRouteStatusByVrf> {
    public:
-    virtual void onLoopingRouteStatus(Vrf::VrfIdMap::VrfId) {}
+    virtual void onVrfStatus(const L3::VrfName&) {}
   };
   const char* typeName() const override { return "Routing::Rib::LoopingRouteStatusByVrf"; }
 
-  const LoopingRouteStatusMap& loopingRouteStatus() const { return loopingRouteStatus_; }
-  Kel::Ptr<LoopingRouteStatus> loopingRouteStatus(Vrf::VrfIdMap::VrfId v) const;
-  uint32_t loopingRouteStatusSize() const { return loopingRouteStatus_.size(); }
+  const VrfStatusMap& vrfStatus() const { return vrfStatus_; }
+  // Null when absent.
+  Kel::Ptr<LoopingRouteStatus> vrfStatus(const L3::VrfName& v) const;
+  uint32_t vrfStatusSize() const { return vrfStatus_.size(); }
   // Returns the set of VRF `v`, creating an empty one when absent.
-  Kel::Ptr<LoopingRouteStatus> loopingRouteStatusIs(Vrf::VrfIdMap::VrfId v);
-  void loopingRouteStatusDel(Vrf::VrfIdMap::VrfId v);
+  Kel::Ptr<LoopingRouteStatus> vrfStatusIs(const L3::VrfName& v);
+  void vrfStatusDel(const L3::VrfName& v);
 
  private:
-  LoopingRouteStatusMap loopingRouteStatus_;
+  VrfStatusMap vrfStatus_;
 };
 
 }  // namespace Routing::Rib

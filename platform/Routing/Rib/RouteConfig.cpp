@@ -3,14 +3,10 @@
 #include <utility>
 #include <vector>
 
-#include "Kel/Error.h"
-
 namespace Routing::Rib {
 
 void RouteConfig::routeAdd(const Route& r) {
-  if (route_.size() >= capacity_ && route_.find(r.key()) == nullptr) {
-    throw Kel::RangeError("RouteConfig::route capacity exceeded");
-  }
+  if (route_.size() >= capacity() && route_.find(r.key()) == nullptr) checkRoom(route_.size());
   const auto [stored, inserted] = route_.insertWith(r.key(), [&r] { return Route(r); });
   if (!inserted) {
     if (*stored == r) return;
@@ -35,6 +31,13 @@ void RouteConfig::doDeleteRoutesForVrf(Vrf::VrfIdMap::VrfId vrfId) {
     if (r.key().vrfId() == vrfId) doomed.push_back(r.key());
   }
   for (const RouteKey& k : doomed) routeDelete(k);
+}
+
+void RouteConfig::cleanup() {
+  while (route_.size() != 0) {
+    const RouteKey k = route_.begin()->key();  // a copy: the route goes first
+    routeDelete(k);
+  }
 }
 
 }  // namespace Routing::Rib

@@ -6,9 +6,11 @@
 // notifies onRoute(key) after the change and counts in adds() or deletes(); a
 // write that changes nothing does neither. Costs: one hash lookup per write;
 // doDeleteRoutesForVrf walks the whole table.
+// As a shared-memory table (KelBrisk::Table) it has one collection, "route".
 // Decided here: the capacity limits distinct keys. Adding a new key to a full
 // table raises Kel::RangeError "RouteConfig::route capacity exceeded" and
-// changes nothing; replacing a present route is always allowed.
+// changes nothing; replacing a present route is always allowed. Lowering the
+// capacity below the size keeps every route. cleanup deletes every route.
 #pragma once
 
 #include <cstdint>
@@ -16,13 +18,14 @@
 #include "Kel/DenseHashTable.h"
 #include "Kel/Entity.h"
 #include "Kel/Prefetch.h"
+#include "platform/KelBrisk/Table.h"
 #include "platform/Routing/Rib/Route.h"
 #include "platform/Routing/Rib/RouteKey.h"
 #include "platform/Vrf/VrfId.h"
 
 namespace Routing::Rib {
 
-class RouteConfig final : public Kel::Entity {
+class RouteConfig final : public Kel::Entity, public KelBrisk::SingleCollectionTable {
  public:
   struct RouteTraits {
     using Entry = Route;
@@ -37,9 +40,8 @@ class RouteConfig final : public Kel::Entity {
     virtual void onRoute(const RouteKey&) {}
   };
 
-  static constexpr uint32_t unlimited = UINT32_MAX;
-
-  explicit RouteConfig(uint32_t maxRoutes = unlimited) : capacity_(maxRoutes) {}
+  explicit RouteConfig(uint32_t maxRoutes = unlimited)
+      : SingleCollectionTable("Routing::Rib::RouteConfig", "RouteConfig", "route", maxRoutes) {}
   const char* typeName() const override { return "Routing::Rib::RouteConfig"; }
 
   // Adds `r`, or replaces the route with its key.
@@ -69,13 +71,13 @@ class RouteConfig final : public Kel::Entity {
   }
   uint32_t routeSize() const { return route_.size(); }
   const RouteTable& route() const { return route_; }
-  uint32_t capacity() const { return capacity_; }
+  // Deletes every route, notifying each.
+  void cleanup() override;
   uint64_t adds() const { return adds_; }
   uint64_t deletes() const { return deletes_; }
 
  private:
   RouteTable route_;
-  uint32_t capacity_;
   uint64_t adds_ = 0;
   uint64_t deletes_ = 0;
 };

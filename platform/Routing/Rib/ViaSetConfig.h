@@ -14,7 +14,16 @@
 // restartingVrf is a record the RIB side consults: the VRFs whose protocols
 // are replaying after a restart, whose via sets a RIB keeps from being
 // collected until the replay is done. The table itself does not act on it.
-// Decided here: a new entry takes the smallest free id, starting at 1.
+// Given a via set collection (configViaSetCollIs), the table writes every
+// entry it creates into it and removes every one released; the entries
+// present are written when the collection is given. Finding a present
+// content costs the same with or without one.
+// Decided here: a new entry takes the smallest free id, starting at 1. A new
+// content while the collection is full raises the collection's Kel::RangeError
+// "ViaSetCollection::viaSet capacity exceeded" and creates nothing. The dump
+// is a header line "Routing::Rib::ViaSetConfig <key> viaSets <n>" at the
+// indent and one line "<id> flags 0x<flags>: <via keys, comma separated>"
+// per entry at indent + 2, in id order.
 #pragma once
 
 #include <cstddef>
@@ -29,8 +38,11 @@
 #include "Kel/Prefetch.h"
 #include "Kel/Ptr.h"
 #include "platform/L3/VrfName.h"
+#include "platform/Quay/DumpContext.h"
 #include "platform/Routing/Rib/Brisk/ViaSet.h"
+#include "platform/Routing/Rib/Brisk/ViaSetCollection.h"
 #include "platform/Routing/Rib/ViaKey.h"
+#include "platform/Routing/Rib/ViaSetConfigKey.h"
 #include "platform/Routing/Rib/ViaSetContent.h"
 #include "platform/Routing/Rib/ViaSetKey.h"
 
@@ -109,8 +121,16 @@ class ViaSetConfig final : public Kel::Entity {
   };
 
   ViaSetConfig() = default;
+  explicit ViaSetConfig(const ViaSetConfigKey& key) : key_(key) {}
   ~ViaSetConfig() override;
   const char* typeName() const override { return "Routing::Rib::ViaSetConfig"; }
+  const ViaSetConfigKey& key() const { return key_; }
+
+  // The collection the entries are mirrored into; null for none. The entries
+  // present are written into a new collection first: when they do not fit,
+  // Kel::RangeError and nothing changes.
+  const Kel::Ptr<Brisk::ViaSetCollection>& configViaSetColl() const { return configViaSetColl_; }
+  void configViaSetCollIs(const Kel::Ptr<Brisk::ViaSetCollection>& coll);
 
   // The entry with the content of `s`, created with a fresh id if none.
   Kel::Ptr<const ViaSetEntry> dedupConfigViaSetIs(const Brisk::ViaSet& s);
@@ -134,6 +154,8 @@ class ViaSetConfig final : public Kel::Entity {
   uint64_t created() const { return created_; }
   uint64_t released() const { return released_; }
 
+  void dumpState(const Kel::Ptr<const Quay::DumpContext>& dumpCtx, uint32_t indent) const;
+
   void restartingVrfIs(const L3::VrfName& vrf);
   void restartingVrfDel(const L3::VrfName& vrf);
   bool restartingVrfHas(const L3::VrfName& vrf) const {
@@ -145,6 +167,7 @@ class ViaSetConfig final : public Kel::Entity {
   friend class ViaSetEntry;
   void entryDel(const ViaSetEntry& e);
   void notifyViaSet(Id id);
+  Kel::Ptr<const ViaSetEntry> doCreate(const Brisk::ViaSet& s);
 
   struct ContentTraits {
     using Entry = ViaSetEntry*;
@@ -154,6 +177,8 @@ class ViaSetConfig final : public Kel::Entity {
     static uint32_t hash(const ViaSetContent& c) { return c.hash(Kel::collectionHashSeed); }
   };
 
+  ViaSetConfigKey key_;
+  Kel::Ptr<Brisk::ViaSetCollection> configViaSetColl_;
   // The entries by content.
   Kel::HashTable<ContentTraits> byContent_;
   // Slot `id` holds entry `id` or null; slot 0 is never used.

@@ -1,10 +1,20 @@
 #include "platform/Routing/Rib/Ip/GlobalNextHopDependencyGraph.h"
 
+#include <string>
 #include <utility>
 
 #include "Kel/Assert.h"
+#include "Kel/Error.h"
 
 namespace Routing::Rib::Ip {
+
+Kel::String GlobalNextHopDependencyGraph::mountPath(std::string_view ribString) {
+  if (ribString != Rib::ribString && ribString != mribString) {
+    throw Kel::RangeError("GlobalNextHopDependencyGraph::mountPath: unknown rib '" +
+                          std::string(ribString) + "'");
+  }
+  return Kel::String("routing/" + std::string(ribString) + "/nhDependencyGraph");
+}
 
 void GlobalNextHopDependencyGraph::viaNextHopIs(const ViaKey& k, const Pando::IpGenAddr& nextHop) {
   viaNextHop_.insert(NextHopEntry{k, nextHop}).first->nextHop = nextHop;

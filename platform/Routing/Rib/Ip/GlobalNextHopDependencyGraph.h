@@ -12,12 +12,15 @@
 // Decided here: a query's MetricPref does not influence the answer: every
 // installed route takes part in the match whatever its preference, where a
 // real RIB would prefer better routes over the one asked about. The RIB type
-// and the two reserved numbers of a query are ignored as well.
+// and the two reserved numbers of a query are ignored as well. The graph of
+// RIB <rib> ("rib" or "mrib") is published at "routing/<rib>/nhDependencyGraph"
+// (mountPath; another RIB string is a Kel::RangeError naming it).
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -25,6 +28,7 @@
 #include "Kel/Entity.h"
 #include "Kel/Hash.h"
 #include "Kel/HashTable.h"
+#include "Kel/String.h"
 #include "platform/Pando/IpGenAddr.h"
 #include "platform/Pando/IpGenPrefix.h"
 #include "platform/Routing/Rib/MetricPref.h"
@@ -44,6 +48,8 @@ class GlobalNextHopDependencyGraph final : public Kel::Entity {
     virtual void onGeneration() {}
   };
   const char* typeName() const override { return "Routing::Rib::Ip::GlobalNextHopDependencyGraph"; }
+  // Where the graph of RIB `ribString` is published.
+  static Kel::String mountPath(std::string_view ribString);
 
   // The address a via resolves through; null when unknown.
   const Pando::IpGenAddr* viaNextHop(const ViaKey& k) const {
