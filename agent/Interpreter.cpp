@@ -25,6 +25,8 @@ Interpreter::Interpreter(std::ostream& out, std::ostream& err, TimeMode mode)
     // Each reading of the clock takes a microsecond, as it would in a real
     // run: two stamps of one route never carry the same time.
     virtualTime_->time().stepIs(1e-6);
+    traceSink_.emplace(err);
+    Kel::TraceRegistry::instance().sinkIs(&*traceSink_);
   }
   for (const auto* area :
        {&setupCommands(), &platformCommands(), &protocolCommands(), &showCommands()}) {
@@ -32,7 +34,10 @@ Interpreter::Interpreter(std::ostream& out, std::ostream& err, TimeMode mode)
   }
 }
 
-Interpreter::~Interpreter() { world_.reset(); }
+Interpreter::~Interpreter() {
+  world_.reset();
+  if (traceSink_) Kel::TraceRegistry::instance().sinkIs(nullptr);
+}
 
 World& Interpreter::world() {
   if (!world_) world_ = std::make_unique<World>(setup_);
@@ -56,7 +61,6 @@ bool Interpreter::execute(std::string_view text, const std::string& source, unsi
     }
     line.word("a command");
     it->second.run(line, *this);
-    if (world_) world_->refresh();
     if (timeMode_ == TimeMode::realTime) settle();
     return true;
   } catch (const CommandError& e) {

@@ -3,13 +3,14 @@
 //
 // execute() parses a whole line before it changes anything: a refused line
 // is reported on the error stream as "SOURCE:LINE: at 'WORD': expected ..."
-// and leaves the world as it was. After every command the library's
-// containers are brought in line with the platform (World::refresh); the
-// event loop runs on `settle` and `time`, and, at the prompt, after every
-// line (as a running agent would between inputs).
+// and leaves the world as it was. The event loop runs on `start`, `settle`
+// and `time`, and, at the prompt, after every line (as a running agent would
+// between inputs).
 // Time: virtual in scripts and the demo (starting at 1000 s, moving on by a
 // microsecond at each reading of the clock and by whole steps on `time`), so
 // the same script prints the same output every time; real at the prompt.
+// In virtual time, text traces go to the error stream without the wall-clock
+// stamp, "<facility>/<level> <message>", for the same reason.
 // One thread. Commands are registered by area (Commands*.cpp).
 #pragma once
 
@@ -23,6 +24,7 @@
 #include <vector>
 
 #include "Kel/System.h"
+#include "Kel/Trace.h"
 #include "agent/Line.h"
 #include "agent/World.h"
 
@@ -78,10 +80,24 @@ class Interpreter {
  private:
   void runTurn();
 
+  // Writes text traces without their wall-clock stamp.
+  class TraceSink final : public Kel::TraceSink {
+   public:
+    explicit TraceSink(std::ostream& os) : os_(os) {}
+    void write(const Kel::TraceFacility& facility, int level, uint64_t,
+               std::string_view message) override {
+      os_ << facility.name() << "/" << level << " " << message << "\n";
+    }
+
+   private:
+    std::ostream& os_;
+  };
+
   std::ostream& out_;
   std::ostream& err_;
   TimeMode timeMode_;
   std::optional<Kel::VirtualTimeScope> virtualTime_;
+  std::optional<TraceSink> traceSink_;
   Setup setup_;
   std::unique_ptr<World> world_;
   std::map<std::string, Command, std::less<>> commands_;

@@ -28,15 +28,34 @@ Rib::ViaKey loopVia(const Pando::IpGenPrefix& prefix, Vrf::VrfIdMap::VrfId vrfId
 
 }  // namespace
 
-Platform::Platform(Rib::RoutingProtocol protocol)
+Platform::Platform(Rib::RoutingProtocol protocol,
+                   const Routing::Protocol::AgentPlatform& agentPlatform)
     : protocol_(protocol),
       vrfNameStatus_(Kel::makePtr<Vrf::VrfIdMap::NameToIdMapWrapper>(
-          Kel::makePtr<Vrf::VrfIdMap::NameToIdMap>())) {
-  for (auto& t : viaMetricStatusByVrf_) t = Kel::makePtr<Rib::ViaMetricStatusByVrf>();
-  for (auto& byAf : looping_) {
-    for (auto& t : byAf) t = Kel::makePtr<Rib::LoopingRouteStatusByVrf>();
+          Kel::makePtr<Vrf::VrfIdMap::NameToIdMap>())),
+      bfdList_(agentPlatform.bfdTrackedRoutesList),
+      bfdAgent_(Kel::makePtr<Routing::BfdAgentStub>(bfdList_)) {
+  Cairn::EntityManager& stateDb = *agentPlatform.stateDb;
+  KelSharedMem::EntityManager& sharedMem = *agentPlatform.sharedMem;
+  stateDb.entityIs("vrf/vrfNameStatus", vrfNameStatus_);
+  stateDb.entityIs("vrf/vrfIdMapStatus", vrfIdStatus_);
+  stateDb.entityIs("ip/status", ipStatus_);
+  stateDb.entityIs("ip6/status", ip6Status_);
+  static constexpr const char* loopingPaths[2][2] = {
+      {"routing/rib/loopingRouteStatus", "routing6/rib/loopingRouteStatus"},
+      {"routing/mrib/loopingRouteStatus", "routing6/mrib/loopingRouteStatus"}};
+  for (const RibKind rib : ribs) {
+    const bool mc = rib == RibKind::multicast;
+    viaMetricStatusByVrf_[mc] = Kel::makePtr<Rib::ViaMetricStatusByVrf>();
+    sharedMem.entityIs(mc ? "routing/mrib/viaMetricStatus" : "routing/rib/viaMetricStatus",
+                       viaMetricStatusByVrf_[mc]);
+    for (size_t af = 0; af < 2; ++af) {
+      looping_[mc][af] = Kel::makePtr<Rib::LoopingRouteStatusByVrf>();
+      stateDb.entityIs(loopingPaths[mc][af], looping_[mc][af]);
+    }
   }
-  vrfIs(L3::VrfName("default"), Vrf::VrfIdMap::defaultVrfId, false);
+  stateDb.entityIs(Rib::Ip::GlobalNextHopDependencyGraph::mountPath(Rib::ribString).view(), graph_);
+  vrfIs(L3::VrfName::defaultVrf(), Vrf::VrfIdMap::defaultVrfId, false);
 }
 
 // ---------------------------------------------------------------- VRFs
@@ -48,9 +67,11 @@ void Platform::vrfIs(const L3::VrfName& name, Vrf::VrfIdMap::VrfId id, bool bare
     loopsIs(name, false);
     vrfTablesIs(name, false);
     if (bare) intfTablesIs(name, false);
+    vrfIdStatus_->vrfEntryDel(vrfId(name));
   }
   bare_[name] = bare;
   vrfNameStatus_->nameToIdMap()->vrfNameToIdIs(name, id);
+  vrfIdStatus_->vrfEntryIs(id, name);
   loopsIs(name, true);
   if (bare) return;
   vrfTablesIs(name, true);
@@ -64,6 +85,7 @@ void Platform::vrfDel(const L3::VrfName& name) {
   vrfTablesIs(name, false);
   intfTablesIs(name, false);
   bare_.erase(it);
+  vrfIdStatus_->vrfEntryDel(vrfId(name));
   vrfNameStatus_->nameToIdMap()->vrfNameToIdDel(name);
 }
 
@@ -96,18 +118,18 @@ void Platform::loopsIs(const L3::VrfName& vrf, bool on) {
 
 void Platform::vrfInputIs(const L3::VrfName& name, VrfInput input, Pando::AddressFamily af,
                           RibKind rib, bool on) {
-  const Vrf::VrfIdMap::VrfId id = vrfId(name);
   switch (input) {
     case VrfInput::metric:
       metricTableIs(rib, name, transportOf(af), on);
       break;
     case VrfInput::looping: {
-      const Kel::Ptr<Rib::LoopingRouteStatusByVrf>& byVrf = loopingRouteStatusByVrf(rib, af);
+      const Kel::Ptr<Rib::LoopingRouteStatusByVrf>& byVrf =
+          looping_[size_t(rib)][af == Pando::AddressFamily::ipv6];
       if (!on) {
-        byVrf->loopingRouteStatusDel(id);
+        byVrf->vrfStatusDel(name);
         break;
       }
-      Kel::Ptr<Rib::LoopingRouteStatus> s = byVrf->loopingRouteStatusIs(id);
+      Kel::Ptr<Rib::LoopingRouteStatus> s = byVrf->vrfStatusIs(name);
       if (rib == RibKind::multicast) break;
       for (const auto& [loop, index] : loop_) {
         const auto& [vrf, prefix, nh] = loop;
@@ -179,9 +201,7 @@ Kel::Ptr<Rib::ViaMetricStatus> Platform::viaMetricStatus(RibKind rib, Vrf::VrfId
 
 Kel::Ptr<Rib::LoopingRouteStatus> Platform::loopingRouteStatus(RibKind rib, Pando::AddressFamily af,
                                                                const L3::VrfName& vrf) const {
-  const Vrf::VrfIdMap::VrfId id = vrfId(vrf);
-  if (id == Vrf::VrfIdMap::invalidVrfId) return nullptr;
-  return loopingRouteStatusByVrf(rib, af)->loopingRouteStatus(id);
+  return looping_[size_t(rib)][af == Pando::AddressFamily::ipv6]->vrfStatus(vrf);
 }
 
 void Platform::metricTableIs(RibKind rib, const L3::VrfName& vrf, Rib::Transport transport,
@@ -240,6 +260,7 @@ bool Platform::viaMetricDel(RibKind rib, const L3::VrfName& vrf, Rib::Transport 
 }
 
 void Platform::viaIs(const Rib::ViaKey& key, const Rib::Via& via) {
+  if (const auto it = via_.find(key); it != via_.end() && it->second == via) return;
   via_[key] = via;
   graph_->viaNextHopIs(key, via.nextHop());
   if (const L3::VrfName* vrf = vrfName(key.vrfId())) {

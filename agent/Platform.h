@@ -13,6 +13,10 @@
 // and transport is published for every via key the protocol configured with
 // that next hop (and, when the metric names one, that interface), now and
 // later, while the VRF's metric status for the transport is there.
+// Every table is published where the root reactor finds it: in the state
+// database (VRF name and id maps, interface status, looping-route status,
+// the next-hop dependency graph) and in shared memory (via metric status).
+// The BFD tracking list and via status are the agent platform's.
 // Decided here: the default VRF (id 0) is declared at start, as on a router.
 // Looping routes: `loopingRouteIs(vrf, prefix, via)` tells the dependency
 // graph that the via's next hop resolves through `prefix` (a host route of
@@ -30,6 +34,7 @@
 #include <tuple>
 #include <vector>
 
+#include "IpRib/ProtocolAgentBuilder.h"
 #include "Kel/Ptr.h"
 #include "agent/Line.h"
 #include "platform/Ip/IntfStatus.h"
@@ -45,6 +50,7 @@
 #include "platform/Routing/Rib/ViaStatusByVrf.h"
 #include "platform/Routing/RouteTypes.h"
 #include "platform/Vrf/NameToIdMap.h"
+#include "platform/Vrf/VrfIdMapStatus.h"
 
 namespace IpRibAgent {
 
@@ -61,7 +67,8 @@ struct NextHopMetric {
 
 class Platform {
  public:
-  explicit Platform(Rib::RoutingProtocol protocol);
+  // Publishes the tables into the agent platform's databases.
+  Platform(Rib::RoutingProtocol protocol, const Routing::Protocol::AgentPlatform& agentPlatform);
 
   // ------------------------------------------------------------ VRF manager
   const Kel::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper>& vrfNameStatus() const {
@@ -97,14 +104,9 @@ class Platform {
   // The VRF's via metric table of `transport` for the protocol; null while absent.
   Kel::Ptr<Rib::ViaMetricStatus> viaMetricStatus(RibKind rib, Vrf::VrfIdMap::VrfId vrfId,
                                                  Rib::Transport transport) const;
-  const Kel::Ptr<Rib::LoopingRouteStatusByVrf>& loopingRouteStatusByVrf(
-      RibKind rib, Pando::AddressFamily af) const {
-    return looping_[size_t(rib)][af == Pando::AddressFamily::ipv6];
-  }
   Kel::Ptr<Rib::LoopingRouteStatus> loopingRouteStatus(RibKind rib, Pando::AddressFamily af,
                                                        const L3::VrfName& vrf) const;
   const Kel::Ptr<Rib::Ip::GlobalNextHopDependencyGraph>& nhdGraph() const { return graph_; }
-  const Kel::Ptr<Rib::ViaStatusByVrf>& viaStatusByVrf() const { return viaStatus_; }
 
   void viaMetricIs(RibKind rib, const L3::VrfName& vrf, Rib::Transport transport, const NextHop& nh,
                    NextHopMetric m);
@@ -150,13 +152,13 @@ class Platform {
   Kel::Ptr<Ip::Status> ipStatus_ = Kel::makePtr<Ip::Status>();
   Kel::Ptr<Ip6::Status> ip6Status_ = Kel::makePtr<Ip6::Status>();
   std::array<Kel::Ptr<Rib::ViaMetricStatusByVrf>, 2> viaMetricStatusByVrf_;
+  Kel::Ptr<Vrf::VrfIdMap::Status> vrfIdStatus_ = Kel::makePtr<Vrf::VrfIdMap::Status>();
+  // By RIB, then family.
   std::array<std::array<Kel::Ptr<Rib::LoopingRouteStatusByVrf>, 2>, 2> looping_;
   Kel::Ptr<Rib::Ip::GlobalNextHopDependencyGraph> graph_ =
       Kel::makePtr<Rib::Ip::GlobalNextHopDependencyGraph>();
-  Kel::Ptr<Rib::ViaStatusByVrf> viaStatus_ = Kel::makePtr<Rib::ViaStatusByVrf>();
-  Kel::Ptr<Routing::BfdTrackedStaticRoutesList> bfdList_ =
-      Kel::makePtr<Routing::BfdTrackedStaticRoutesList>();
-  Kel::Ptr<Routing::BfdAgentStub> bfdAgent_ = Kel::makePtr<Routing::BfdAgentStub>(bfdList_);
+  Kel::Ptr<Routing::BfdTrackedStaticRoutesList> bfdList_;
+  Kel::Ptr<Routing::BfdAgentStub> bfdAgent_;
 
   std::map<MetricKey, NextHopMetric> metric_;
   std::map<Rib::ViaKey, Rib::Via> via_;

@@ -8,21 +8,24 @@
 
 namespace IpRibAgent {
 
-ProtocolSide::ProtocolSide(Rib::RoutingProtocol protocol, Platform& platform,
-                           ViaConfigOf viaConfigOf)
-    : protocol_(protocol), platform_(platform), viaConfigOf_(std::move(viaConfigOf)) {}
+ProtocolSide::ProtocolSide(Rib::RoutingProtocol protocol, Platform& platform)
+    : protocol_(protocol), platform_(platform) {}
 
-Rib::ViaKey ProtocolSide::viaKey(Vrf::VrfIdMap::VrfId vrfId, const ViaSpec& via) {
-  const uint8_t kind = via.nextHop.addr.af() == Pando::AddressFamily::ipv4 ? Rib::ViaKey::kindIpv4
-                                                                           : Rib::ViaKey::kindIpv6;
-  const auto key = std::make_tuple(vrfId, kind, via.nextHop, via.label);
-  if (const auto it = viaKey_.find(key); it != viaKey_.end()) return it->second;
-  const Rib::ViaKey k(kind, vrfId, protocol_, ++nextViaIndex_[{vrfId, kind}]);
-  viaKey_.emplace(key, k);
+Rib::ViaKey ProtocolSide::viaKey(const Published& p, const ViaSpec& via) {
+  const Pando::AddressFamily af = via.nextHop.addr.af();
+  const uint8_t kind =
+      af == Pando::AddressFamily::ipv4 ? Rib::ViaKey::kindIpv4 : Rib::ViaKey::kindIpv6;
+  const auto key = std::make_tuple(p.vrfId, kind, via.nextHop, via.label);
+  auto it = viaKey_.find(key);
+  if (it == viaKey_.end()) {
+    it = viaKey_
+             .emplace(key, Rib::ViaKey(kind, p.vrfId, protocol_, ++nextViaIndex_[{p.vrfId, kind}]))
+             .first;
+  }
   const Rib::Via record(via.nextHop.addr, via.nextHop.intf, via.label);
-  viaConfigOf_(vrfId, Rib::Transport(kind))->viaIs(k, record);
-  platform_.viaIs(k, record);
-  return k;
+  (af == p.af ? p.viaConfig : p.auxViaConfig)->viaIs(it->second, record);
+  platform_.viaIs(it->second, record);
+  return it->second;
 }
 
 void ProtocolSide::stamp(Protocol::Route& route) {
@@ -39,7 +42,7 @@ void ProtocolSide::writePref(const Published& p, Protocol::RoutePref& rp, const 
   std::map<std::pair<Protocol::ViaType, Rib::ViaKey>, Routing::RouteMetric> wanted;
   std::set<Rib::ViaKey> tracked;
   for (const ViaSpec& v : spec.vias) {
-    const Rib::ViaKey k = viaKey(p.vrfId, v);
+    const Rib::ViaKey k = viaKey(p, v);
     wanted[{v.type, k}] = v.metric;
     if (v.bfd) tracked.insert(k);
   }
@@ -124,9 +127,11 @@ void ProtocolSide::initializedIs(const L3::VrfName& vrf, Pando::AddressFamily af
 }
 
 void ProtocolSide::statusIs(const L3::VrfName& vrf, Pando::AddressFamily af,
-                            Vrf::VrfIdMap::VrfId vrfId, const Kel::Ptr<Protocol::Status>& status) {
+                            Vrf::VrfIdMap::VrfId vrfId, const Kel::Ptr<Protocol::Status>& status,
+                            const Kel::Ptr<Rib::Ip::ViaConfig>& viaConfig,
+                            const Kel::Ptr<Rib::Ip::ViaConfig>& auxViaConfig) {
   const Family f(vrf, af);
-  const Published& p = published_[f] = Published{vrfId, status};
+  const Published& p = published_[f] = Published{vrfId, af, status, viaConfig, auxViaConfig};
   if (const auto routes = route_.find(f); routes != route_.end()) {
     for (const auto& [prefix, prefs] : routes->second) write(p, prefix, prefs);
   }

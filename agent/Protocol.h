@@ -11,13 +11,13 @@
 // stamp always notifies), and `initialized` is written as the protocol says.
 // Vias become via keys of the VRF (kind by the next hop's family, selector =
 // the protocol), one per next hop, interface and label; each key's record
-// is written into the VRF's IP via configuration and told to the RIB
-// (Platform::viaIs), which resolves it.
+// is written, whenever a route uses it, into the container's IP via
+// configuration of the next hop's family (a container's tables are new
+// when it is), and told to the RIB (Platform::viaIs), which resolves it.
 // One thread. Costs: a route line is a few look-ups per via.
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -51,9 +51,7 @@ struct PrefSpec {
 
 class ProtocolSide {
  public:
-  using ViaConfigOf =
-      std::function<Kel::Ptr<Rib::Ip::ViaConfig>(Vrf::VrfIdMap::VrfId, Rib::Transport)>;
-  ProtocolSide(Rib::RoutingProtocol protocol, Platform& platform, ViaConfigOf viaConfigOf);
+  ProtocolSide(Rib::RoutingProtocol protocol, Platform& platform);
 
   void routeIs(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix,
                Routing::RoutePreference pref, const PrefSpec& spec);
@@ -63,9 +61,12 @@ class ProtocolSide {
   void initializedIs(const L3::VrfName& vrf, Pando::AddressFamily af);
   bool routeHas(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix) const;
 
-  // The library's status table of a VRF and family appeared (or went).
+  // The library's status table of a VRF and family appeared (or went), with
+  // the via configurations of the family and of the other one.
   void statusIs(const L3::VrfName& vrf, Pando::AddressFamily af, Vrf::VrfIdMap::VrfId vrfId,
-                const Kel::Ptr<Protocol::Status>& status);
+                const Kel::Ptr<Protocol::Status>& status,
+                const Kel::Ptr<Rib::Ip::ViaConfig>& viaConfig,
+                const Kel::Ptr<Rib::Ip::ViaConfig>& auxViaConfig);
   void statusDel(const L3::VrfName& vrf, Pando::AddressFamily af);
 
  private:
@@ -73,17 +74,19 @@ class ProtocolSide {
   using Family = std::pair<L3::VrfName, Pando::AddressFamily>;
   struct Published {
     Vrf::VrfIdMap::VrfId vrfId;
+    Pando::AddressFamily af;
     Kel::Ptr<Protocol::Status> status;
+    Kel::Ptr<Rib::Ip::ViaConfig> viaConfig;
+    Kel::Ptr<Rib::Ip::ViaConfig> auxViaConfig;
   };
 
-  Rib::ViaKey viaKey(Vrf::VrfIdMap::VrfId vrfId, const ViaSpec& via);
+  Rib::ViaKey viaKey(const Published& p, const ViaSpec& via);
   void write(const Published& p, const Pando::IpGenPrefix& prefix, const Prefs& prefs);
   void writePref(const Published& p, Protocol::RoutePref& rp, const PrefSpec& spec);
   void stamp(Protocol::Route& route);
 
   Rib::RoutingProtocol protocol_;
   Platform& platform_;
-  ViaConfigOf viaConfigOf_;
   Kel::Ptr<Rib::DedupViaKeyTable> viaKeys_ = Kel::makePtr<Rib::DedupViaKeyTable>();
   std::map<std::tuple<Vrf::VrfIdMap::VrfId, uint8_t, NextHop, uint32_t>, Rib::ViaKey> viaKey_;
   std::map<std::pair<Vrf::VrfIdMap::VrfId, uint8_t>, uint32_t> nextViaIndex_;

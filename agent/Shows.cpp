@@ -109,7 +109,9 @@ Json viaSets(const World& world) {
     }
   }
   std::vector<const Rib::ViaSetEntry*> sets;
-  for (const Rib::ViaSetEntry& e : *world.viaSetConfig()) sets.push_back(&e);
+  if (const Rib::ViaSetConfig* config = world.viaSetConfig()) {
+    for (const Rib::ViaSetEntry& e : *config) sets.push_back(&e);
+  }
   std::sort(sets.begin(), sets.end(),
             [](const Rib::ViaSetEntry* a, const Rib::ViaSetEntry* b) { return a->id() < b->id(); });
   Json out = Json::array();
@@ -251,7 +253,7 @@ Json stats(const World& world, const LoopStats& loop) {
               {"turns", loop.turns},
               {"containers", world.containers().size()},
               {"ribRoutes", routes},
-              {"viaSets", world.viaSetConfig()->size()},
+              {"viaSets", world.viaSetConfig() ? world.viaSetConfig()->size() : 0},
               {"memory", Json{{"requested", usage.requested}, {"held", usage.held}}}};
 }
 
