@@ -147,6 +147,27 @@ void bfdCommand(Line& line, Interpreter& in) {
   in.world().platform().bfdSessionIs(peer, up, resolved);
 }
 
+// The RIB side asks for a review of a VRF's routes.
+void ribSeqCommand(Line& line, Interpreter& in) {
+  const L3::VrfName vrf = declaredVrf(line, in);
+  const auto seq = uint32_t(line.number("a sequence number", UINT32_MAX));
+  line.end();
+  const Kel::Ptr<Routing::Protocol::VrfRibSeqTrigger> trigger =
+      in.world().agentPlatform().allVrfRibSeqTrigger->vrfRibSeqTrigger(vrf);
+  if (!trigger) {
+    throw CommandError(std::string(vrf.value()),
+                       "a VRF with readiness records (the library makes them once it has started)");
+  }
+  trigger->ribReadySeqTriggerIs(seq);
+}
+
+void readyVerificationCommand(Line& line, Interpreter& in) {
+  line.expect("start");
+  if (!in.world().started()) line.refuseLast("start first (the library is not running)");
+  line.end();
+  in.world().rootSm()->grState()->startReadyVerificationIs(true);
+}
+
 }  // namespace
 
 const std::vector<Command>& platformCommands() {
@@ -163,6 +184,8 @@ const std::vector<Command>& platformCommands() {
       {"looping-route", "looping-route VRF PREFIX NEXTHOP[%IFNAME]", loopingRouteCommand},
       {"no looping-route", "no looping-route VRF PREFIX NEXTHOP[%IFNAME]", noLoopingRouteCommand},
       {"bfd", "bfd NEXTHOP[%IFNAME] up|down [resolved IFNAME]", bfdCommand},
+      {"rib-seq", "rib-seq VRF N", ribSeqCommand},
+      {"ready-verification", "ready-verification start", readyVerificationCommand},
   };
   return commands;
 }

@@ -63,6 +63,13 @@ void startCommand(Line& line, Interpreter& in) {
   in.world().start();
 }
 
+void restartCommand(Line& line, Interpreter& in) {
+  if (!in.worldMade() || !in.world().started()) line.refuseLast("start first (nothing to restart)");
+  line.end();
+  in.world().restart();
+  in.setup().gracefulRestart = true;
+}
+
 void settleCommand(Line& line, Interpreter& in) {
   line.end();
   in.settle();
@@ -90,6 +97,7 @@ const std::vector<Command>& setupCommands() {
       {"env", "env IP_INTF_CHECK_NOT_NEEDED", envCommand},
       {"toggle", "toggle StaticRouteMetric on|off", toggleCommand},
       {"start", "start", startCommand},
+      {"restart", "restart", restartCommand},
       {"settle", "settle", settleCommand},
       {"time", "time +SECONDS", timeCommand},
       {"echo", "echo TEXT", echoCommand},

@@ -84,15 +84,30 @@ void showTrace(Line& line, Interpreter& in) {
   print(in, json, Show::trace(facility, n), Show::printTrace);
 }
 
+// show ready [VRF] [json]
+void showReady(Line& line, Interpreter& in) {
+  std::optional<L3::VrfName> vrf;
+  if (!line.atEnd() && line.peek() != "json") vrf = declaredVrf(line, in);
+  const bool json = jsonAndEnd(line);
+  print(in, json, Show::ready(in.world(), vrf), Show::printReady);
+}
+
+void showDump(Line& line, Interpreter& in) {
+  const bool json = jsonAndEnd(line);
+  print(in, json, Show::dump(in.world()), Show::printDump);
+}
+
 void showStats(Line& line, Interpreter& in) {
   const bool json = jsonAndEnd(line);
   print(in, json, Show::stats(in.world(), {in.longestSlice(), in.turns()}), Show::printStats);
 }
 
 void show(Line& line, Interpreter& in) {
-  static constexpr void (*shows[])(Line&, Interpreter&) = {
-      showRib, showViaSets, showExplain, showBfd, showIntf, showTrace, showStats};
-  shows[line.keyword({"rib", "via-sets", "explain", "bfd", "intf", "trace", "stats"})](line, in);
+  static constexpr void (*shows[])(Line&, Interpreter&) = {showRib,  showViaSets, showExplain,
+                                                           showBfd,  showIntf,    showReady,
+                                                           showDump, showTrace,   showStats};
+  shows[line.keyword(
+      {"rib", "via-sets", "explain", "bfd", "intf", "ready", "dump", "trace", "stats"})](line, in);
 }
 
 }  // namespace
@@ -101,7 +116,7 @@ const std::vector<Command>& showCommands() {
   static const std::vector<Command> commands = {
       {"show",
        "show rib [VRF] [ipv4|ipv6] [PREFIX] | via-sets | explain VRF PREFIX | bfd | intf VRF | "
-       "trace FACILITY [N] | stats  [json]",
+       "ready [VRF] | dump | trace FACILITY [N] | stats  [json]",
        show},
   };
   return commands;

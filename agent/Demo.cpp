@@ -69,6 +69,28 @@ const Step steps[] = {
      {"via-metric red ipv4 192.0.2.2 metric 30",
       "show rib red 10.1.0.0/24",
       "show via-sets"}},
+    {"A VRF is ready for a family only once all its inputs are there: yellow\n"
+     "is declared bare, and gets them one by one.",
+     {"vrf yellow id 9 bare",
+      "show ready yellow",
+      "vrf-input yellow metric ipv4 on",
+      "vrf-input yellow looping ipv4 on",
+      "interface yellow eth9 ipv4 routing on",
+      "show ready yellow"}},
+    {"The agent restarts gracefully. The RIB keeps the routes while the library\n"
+     "starts again and the protocol replays; the RIB asks for a review of red\n"
+     "(sequence 1), answered once the protocol says it is initialized and both\n"
+     "of red's reviews are complete.",
+     {"restart",
+      "show rib red",
+      "rib-seq red 1",
+      "settle",
+      "show ready red",
+      "initialized red ipv4",
+      "initialized red ipv6",
+      "settle",
+      "show ready red",
+      "show rib red"}},
 };
 // clang-format on
 

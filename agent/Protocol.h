@@ -68,6 +68,9 @@ class ProtocolSide {
                 const Kel::Ptr<Rib::Ip::ViaConfig>& viaConfig,
                 const Kel::Ptr<Rib::Ip::ViaConfig>& auxViaConfig);
   void statusDel(const L3::VrfName& vrf, Pando::AddressFamily af);
+  // The protocol process starts again: its routes are configuration and
+  // stay, but it says `initialized` anew once it has replayed them.
+  void restart() { initialized_.clear(); }
 
  private:
   using Prefs = std::map<Routing::RoutePreference, PrefSpec>;

@@ -136,6 +136,41 @@ void printIntf(std::ostream& os, const Json& intf) {
   }
 }
 
+void printReady(std::ostream& os, const Json& ready) {
+  for (const char* set : {"readyVrfIpv4", "readyVrfIpv6", "mcReadyVrfIpv4", "mcReadyVrfIpv6"}) {
+    os << set << ":";
+    for (const Json& n : ready[set]) os << " " << n.get<std::string>();
+    os << "\n";
+  }
+  for (const Json& v : ready["vrfs"]) {
+    os << "VRF " << v["vrf"].get<std::string>() << " (id " << v["vrfId"].get<uint32_t>() << ")\n";
+    for (const Json& f : v["families"]) {
+      os << "  " << (f["multicast"].get<bool>() ? "mrib " : "") << f["family"].get<std::string>()
+         << ": " << (f["ready"].get<bool>() ? "ready" : "not ready");
+      for (size_t i = 0; i < f["waitingFor"].size(); ++i) {
+        os << (i == 0 ? ", waiting for " : ", ") << f["waitingFor"][i].get<std::string>();
+      }
+      os << "\n";
+    }
+  }
+  for (const Json& r : ready["vrfReadyStatus"]) {
+    os << "readiness of " << r["vrf"].get<std::string>() << ": routes ready v4 "
+       << onOff(r["v4RoutesReady"]) << " v6 " << onOff(r["v6RoutesReady"])
+       << ", review complete v4 " << onOff(r["v4RouteReviewComplete"]) << " v6 "
+       << onOff(r["v6RouteReviewComplete"]) << ", RIB sequence "
+       << r["ribReadySeqStatus"].get<uint32_t>() << " answered";
+    if (!r["ribReadySeqTrigger"].is_null()) {
+      os << " of " << r["ribReadySeqTrigger"].get<uint32_t>() << " asked";
+    }
+    os << "\n";
+  }
+}
+
+void printDump(std::ostream& os, const Json& dump) {
+  os << (dump["dump"].is_null() ? "the library has not started\n"
+                                : dump["dump"].get<std::string>());
+}
+
 void printTrace(std::ostream& os, const Json& trace) {
   for (const Json& r : trace["records"]) {
     os << trace["facility"].get<std::string>() << "/" << r["level"].get<int>() << " "

@@ -13,6 +13,8 @@ void printViaSets(std::ostream& os, const Json& viaSets);
 void printExplain(std::ostream& os, const Json& explain);
 void printBfd(std::ostream& os, const Json& bfd);
 void printIntf(std::ostream& os, const Json& intf);
+void printReady(std::ostream& os, const Json& ready);
+void printDump(std::ostream& os, const Json& dump);
 void printTrace(std::ostream& os, const Json& trace);
 void printStats(std::ostream& os, const Json& stats);
 

@@ -7,6 +7,8 @@
 #include "IpRib/ProtocolRouteStatusExplain.h"
 #include "Kel/Pool.h"
 #include "Kel/Trace.h"
+#include "platform/Quay/DumpContext.h"
+#include "platform/Routing/Rib/RoutingProtocolHelper.h"
 
 namespace IpRibAgent::Show {
 
@@ -80,7 +82,115 @@ const char* outcomeName(Protocol::RouteExplanation::Outcome o) {
   return "none";
 }
 
+Json names(const Kel::HashedSet<L3::VrfName>& set, const std::optional<L3::VrfName>& only) {
+  std::vector<std::string> out;
+  for (const L3::VrfName& n : set) {
+    if (!only || n == *only) out.emplace_back(n.value());
+  }
+  std::sort(out.begin(), out.end());
+  return Json(out);
+}
+
+// The inputs a VRF's family still lacks, read off the platform: what the
+// root's readiness rule asks for, in its order, for people to read.
+Json waitingFor(const World& world, const L3::VrfName& vrf, Pando::AddressFamily af,
+                bool multicast) {
+  const Platform& p = world.platform();
+  const RibKind rib = multicast ? RibKind::multicast : RibKind::unicast;
+  const std::string family = familyName(af);
+  const std::string prefix = multicast ? "mrib " : "";
+  Json out = Json::array();
+  if (multicast && !Rib::RoutingProtocolHelper::mribProtocol(world.setup().protocol)) {
+    out.push_back("a protocol that feeds the mrib");
+    return out;
+  }
+  if (!p.vrfInput(vrf, VrfInput::metric, af, rib)) {
+    out.push_back(prefix + family + " via metric status");
+  }
+  if (!multicast) {
+    const Rib::Transport dflt[] = {Rib::Transport::ipv4, Rib::Transport::ipv6,
+                                   Rib::Transport::evpn};
+    for (const Rib::Transport t : dflt) {
+      if (!p.viaMetricStatus(RibKind::unicast, Vrf::VrfIdMap::defaultVrfId, t)) {
+        out.push_back("the default VRF's " +
+                      std::string(t == Rib::Transport::ipv4   ? "ipv4"
+                                  : t == Rib::Transport::ipv6 ? "ipv6"
+                                                              : "evpn") +
+                      " via metric status");
+      }
+    }
+  }
+  if (!p.vrfInput(vrf, VrfInput::intf, af, rib) &&
+      (multicast || !world.setup().ipIntfCheckNotNeeded)) {
+    out.push_back(family + " interface status");
+  }
+  if (!p.vrfInput(vrf, VrfInput::looping, af, rib)) {
+    out.push_back(prefix + family + " looping-route status");
+  }
+  // The start evaluates multicast IPv4 alone: the other families of a VRF
+  // known before then wait for a change of their own inputs.
+  if (out.empty()) out.push_back("a change of one of its inputs");
+  return out;
+}
+
 }  // namespace
+
+Json ready(const World& world, const std::optional<L3::VrfName>& vrf) {
+  using Kind = Protocol::ReadyVrfSets::Kind;
+  const Protocol::RootSm* root = world.rootSm();
+  Json j;
+  static constexpr std::pair<const char*, Kind> sets[] = {{"readyVrfIpv4", Kind::ipv4},
+                                                          {"readyVrfIpv6", Kind::ipv6},
+                                                          {"mcReadyVrfIpv4", Kind::mcIpv4},
+                                                          {"mcReadyVrfIpv6", Kind::mcIpv6}};
+  for (const auto& [name, kind] : sets) {
+    j[name] = root ? names(root->readyVrfSets()->set(kind), vrf) : Json::array();
+  }
+  std::vector<std::pair<Vrf::VrfIdMap::VrfId, L3::VrfName>> vrfs;
+  for (const auto& e : world.platform().nameToIdMap().vrfNameToId()) {
+    if (!vrf || e.name == *vrf) vrfs.emplace_back(e.id, e.name);
+  }
+  std::sort(vrfs.begin(), vrfs.end());
+  Json vj = Json::array();
+  for (const auto& [id, name] : vrfs) {
+    Json families = Json::array();
+    for (const auto& [set, kind] : sets) {
+      const bool mc = kind == Kind::mcIpv4 || kind == Kind::mcIpv6;
+      const Pando::AddressFamily af = kind == Kind::ipv4 || kind == Kind::mcIpv4
+                                          ? Pando::AddressFamily::ipv4
+                                          : Pando::AddressFamily::ipv6;
+      const bool isReady = root && root->readyVrfSets()->has(kind, name);
+      families.push_back(Json{{"family", familyName(af)},
+                              {"multicast", mc},
+                              {"ready", isReady},
+                              {"waitingFor", isReady ? Json::array()
+                                             : root  ? waitingFor(world, name, af, mc)
+                                                     : Json::array({"start"})}});
+    }
+    vj.push_back(Json{{"vrf", std::string(name.value())}, {"vrfId", id}, {"families", families}});
+  }
+  j["vrfs"] = vj;
+  std::vector<const Protocol::VrfReadyStatus*> records;
+  for (const auto& r : world.agentPlatform().allVrfReadyStatus->vrfReadyStatus()) {
+    if (!vrf || r->vrfName() == *vrf) records.push_back(r.ptr());
+  }
+  std::sort(records.begin(), records.end(),
+            [](const auto* a, const auto* b) { return a->vrfName() < b->vrfName(); });
+  Json rj = Json::array();
+  for (const Protocol::VrfReadyStatus* r : records) {
+    const auto trigger = world.agentPlatform().allVrfRibSeqTrigger->vrfRibSeqTrigger(r->vrfName());
+    rj.push_back(
+        Json{{"vrf", std::string(r->vrfName().value())},
+             {"v4RoutesReady", r->v4RoutesReady()},
+             {"v6RoutesReady", r->v6RoutesReady()},
+             {"ribReadySeqStatus", r->ribReadySeqStatus()},
+             {"v4RouteReviewComplete", r->v4RouteReviewComplete()},
+             {"v6RouteReviewComplete", r->v6RouteReviewComplete()},
+             {"ribReadySeqTrigger", trigger ? Json(trigger->ribReadySeqTrigger()) : Json()}});
+  }
+  j["vrfReadyStatus"] = rj;
+  return j;
+}
 
 Json rib(const World& world, const RibFilter& filter) {
   const Platform& platform = world.platform();
@@ -218,6 +328,14 @@ Json intf(const World& world, const L3::VrfName& vrf) {
     }
   }
   return Json{{"vrf", std::string(vrf.value())}, {"interfaces", interfaces}, {"changes", changes}};
+}
+
+Json dump(const World& world) {
+  const Protocol::RootSm* root = world.rootSm();
+  if (root == nullptr) return Json{{"dump", nullptr}};
+  const Kel::Ptr<Quay::DumpContext> ctx = Quay::dumpContextFactory();
+  root->dumpState(ctx, 0);
+  return Json{{"dump", ctx->text()}};
 }
 
 Json trace(const std::string& facility, size_t n) {

@@ -39,6 +39,15 @@ Json bfd(const World& world);
 // {"vrf", "interfaces": [{"interface", "family", "routing", "usable"}],
 //  "changes": {"ipv4": N|null, "ipv6": N|null}}
 Json intf(const World& world, const L3::VrfName& vrf);
+// {"readyVrfIpv4": [NAME], "readyVrfIpv6", "mcReadyVrfIpv4", "mcReadyVrfIpv6",
+//  "vrfs": [{"vrf", "vrfId", "families": [{"family", "multicast", "ready",
+//    "waitingFor": [TEXT]}]}],
+//  "vrfReadyStatus": [{"vrf", "v4RoutesReady", "v6RoutesReady",
+//    "ribReadySeqStatus", "v4RouteReviewComplete", "v6RouteReviewComplete",
+//    "ribReadySeqTrigger"}]}; with `vrf`, that VRF's entries only.
+Json ready(const World& world, const std::optional<L3::VrfName>& vrf);
+// {"dump": TEXT|null}: the root's state dump (null before start).
+Json dump(const World& world);
 // {"facility", "records": [{"level", "message"}]}: the newest n of its ring.
 Json trace(const std::string& facility, size_t n);
 

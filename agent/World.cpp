@@ -17,6 +17,7 @@ World::World(const Setup& setup)
 World::~World() {
   // The library before the tables it reads.
   builder_ = nullptr;
+  ribMount_.clear();
 }
 
 void World::start() {
@@ -36,8 +37,26 @@ void World::start() {
   Kel::ActivityManager::instance().runUntilQuiet();
 }
 
+void World::restart() {
+  builder_ = nullptr;
+  protocol_.restart();
+  agentPlatform_.allVrfReadyStatus->vrfReadyStatusDelAll();
+  setup_.gracefulRestart = true;
+  start();
+}
+
 void World::containerBuilt(Protocol::ContainerSm& c, bool multicast) {
   if (multicast) return;
+  const Kel::String path = builder_->rootSm()->ribMount(
+      c.vrfId(), Rib::ribString,
+      c.containerKey().af() == Pando::AddressFamily::ipv4 ? "ipv4" : "ipv6");
+  Kel::Ptr<KelBrisk::Mount>& mount = ribMount_[std::string(path.view())];
+  if (!mount) {
+    mount =
+        KelBrisk::mountFactory(agentPlatform_.stateDb, path,
+                               Kel::String("Routing::Rib::RouteConfig"), KelBrisk::MountInfo(0));
+    mount->doMount();
+  }
   protocol_.statusIs(c.containerKey().vrfName(), c.containerKey().af(), c.vrfId(), c.status(),
                      c.ipViaConfig(), c.auxIpViaConfig());
 }

@@ -11,12 +11,18 @@
 // sets; the builder's hooks hand each new unicast container's Status and via
 // tables to the protocol, which writes its routes there, and take them back
 // before a container is dropped.
+// The RIB maps every route table the library writes (as a RIB process
+// reads them), so a restart finds the routes it left: `restart` drops the
+// library (containers, then the root) and starts it again under graceful
+// restart, with fresh readiness records, as a new agent process would.
 // The environment variable IP_INTF_CHECK_NOT_NEEDED is set (or cleared) for
 // the root as the set-up says, just before it is made.
 // One thread.
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <string>
 #include <vector>
 
 #include "IpRib/ProtocolAgentBuilder.h"
@@ -47,6 +53,8 @@ class World {
   // Makes the builder (the root asks for its mounts) and runs the loop until
   // the mounts are complete.
   void start();
+  // Drops the library and starts it again under graceful restart.
+  void restart();
 
   Platform& platform() { return platform_; }
   const Platform& platform() const { return platform_; }
@@ -94,6 +102,8 @@ class World {
   Platform platform_;
   ProtocolSide protocol_;
   Kel::Ptr<Routing::Protocol::AgentBuilder> builder_;
+  // The RIB's mappings of the route tables, by path.
+  std::map<std::string, Kel::Ptr<KelBrisk::Mount>> ribMount_;
   uint64_t droppedEvaluations_ = 0;
   uint64_t droppedReviewSlices_ = 0;
 };
