@@ -60,7 +60,6 @@ class Interpreter {
   bool runScript(std::istream& in, const std::string& source);
 
   std::ostream& out() { return out_; }
-  TimeMode timeMode() const { return timeMode_; }
   // The set-up that the world will be (or was) made with.
   Setup& setup() { return setup_; }
   bool worldMade() const { return world_ != nullptr; }

@@ -47,7 +47,6 @@
 #include "platform/Routing/Rib/Transport.h"
 #include "platform/Routing/Rib/Via.h"
 #include "platform/Routing/Rib/ViaMetricStatus.h"
-#include "platform/Routing/Rib/ViaStatusByVrf.h"
 #include "platform/Routing/RouteTypes.h"
 #include "platform/Vrf/NameToIdMap.h"
 #include "platform/Vrf/VrfIdMapStatus.h"
@@ -71,9 +70,6 @@ class Platform {
   Platform(Rib::RoutingProtocol protocol, const Routing::Protocol::AgentPlatform& agentPlatform);
 
   // ------------------------------------------------------------ VRF manager
-  const Kel::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper>& vrfNameStatus() const {
-    return vrfNameStatus_;
-  }
   const Vrf::VrfIdMap::NameToIdMap& nameToIdMap() const { return *vrfNameStatus_->nameToIdMap(); }
   // invalidVrfId when unknown.
   Vrf::VrfIdMap::VrfId vrfId(const L3::VrfName& name) const {
@@ -106,7 +102,6 @@ class Platform {
                                                  Rib::Transport transport) const;
   Kel::Ptr<Rib::LoopingRouteStatus> loopingRouteStatus(RibKind rib, Pando::AddressFamily af,
                                                        const L3::VrfName& vrf) const;
-  const Kel::Ptr<Rib::Ip::GlobalNextHopDependencyGraph>& nhdGraph() const { return graph_; }
 
   void viaMetricIs(RibKind rib, const L3::VrfName& vrf, Rib::Transport transport, const NextHop& nh,
                    NextHopMetric m);
@@ -123,7 +118,6 @@ class Platform {
 
   // ------------------------------------------------------------ BFD agent
   const Kel::Ptr<Routing::BfdTrackedStaticRoutesList>& bfdList() const { return bfdList_; }
-  const Routing::BfdAgentStub& bfdAgent() const { return *bfdAgent_; }
   void bfdSessionIs(const NextHop& peer, bool up, const Pando::IntfId& resolved);
 
  private:

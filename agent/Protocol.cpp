@@ -113,11 +113,6 @@ bool ProtocolSide::routeDel(const L3::VrfName& vrf, const Pando::IpGenPrefix& pr
   return true;
 }
 
-bool ProtocolSide::routeHas(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix) const {
-  const auto routes = route_.find(Family(vrf, prefix.af()));
-  return routes != route_.end() && routes->second.count(prefix);
-}
-
 void ProtocolSide::initializedIs(const L3::VrfName& vrf, Pando::AddressFamily af) {
   const Family f(vrf, af);
   initialized_.insert(f);

@@ -59,7 +59,6 @@ class ProtocolSide {
   bool routeDel(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix,
                 std::optional<Routing::RoutePreference> pref);
   void initializedIs(const L3::VrfName& vrf, Pando::AddressFamily af);
-  bool routeHas(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix) const;
 
   // The library's status table of a VRF and family appeared (or went), with
   // the via configurations of the family and of the other one.
