@@ -152,10 +152,16 @@ class RootSm::KelLoopingRouteStatusByVrf final : public Rib::LoopingRouteStatusB
     notifierIs(s);
   }
   void onVrfStatus(const L3::VrfName& name) override {
-    static constexpr void (RootSm::*evaluate[4])(const L3::VrfName&) = {
-        &RootSm::setReadyVrfIpv4, &RootSm::setReadyVrfIpv6, &RootSm::setMcReadyVrfIpv4,
-        &RootSm::setMcReadyVrfIpv6};
-    (sm_->*evaluate[family_])(name);
+    switch (family_) {
+      case 0:
+        return sm_->setReadyVrfIpv4(name);
+      case 1:
+        return sm_->setReadyVrfIpv6(name);
+      case 2:
+        return sm_->setMcReadyVrfIpv4(name);
+      default:
+        return sm_->setMcReadyVrfIpv6(name);
+    }
   }
 
  private:

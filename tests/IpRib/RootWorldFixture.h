@@ -10,7 +10,6 @@
 //   VRF (id 0) also carries the EVPN metric table.
 #pragma once
 
-#include <gtest/gtest.h>
 
 #include <string>
 

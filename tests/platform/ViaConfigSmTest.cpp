@@ -70,7 +70,8 @@ class AttributeRecorder : public Ip::ViaConfig::Notifiee {
   void onVia(const ViaKey&) override { ++vias; }
   void onRibString() override { ++ribStrings; }
   void onTransport() override { ++transports; }
-  int vias = 0, ribStrings = 0, transports = 0;
+  void onRp() override { ++rps; }
+  int vias = 0, ribStrings = 0, transports = 0, rps = 0;
 };
 
 TEST(ViaConfigLib, TheRibOfAnIpViaConfigIsItsAttribute) {
@@ -83,13 +84,18 @@ TEST(ViaConfigLib, TheRibOfAnIpViaConfigIsItsAttribute) {
   config->ribStringIs(Kel::String("mrib"));
   config->transportIs(Transport::ipv6);
   config->transportIs(Transport::ipv6);
+  config->rpIs(2);
+  config->rpIs(2);
   config->viaIs(key(2, 1), Via(IpGenAddr("2001:db8::1")));
   EXPECT_EQ(ViaConfigLib::getRibStringFromIpViaConfig(*config), "mrib");
   EXPECT_EQ(recorder->ribStrings, 1);
   EXPECT_EQ(recorder->transports, 1);
+  EXPECT_EQ(recorder->rps, 1);
+  EXPECT_EQ(config->rp(), 2);
   EXPECT_EQ(recorder->vias, 1);
   EXPECT_EQ(Kel::makePtr<Ip::ViaConfig>(Kel::String("mrib"), Transport::ipv6)->transport(),
             Transport::ipv6);
+  EXPECT_EQ(Kel::makePtr<Evpn::ViaConfig>()->transport(), Transport::evpn);
 }
 
 // ------------------------------------------------------------ IP via records

@@ -22,8 +22,8 @@
 // content while the collection is full raises the collection's Kel::RangeError
 // "ViaSetCollection::viaSet capacity exceeded" and creates nothing. The dump
 // is a header line "Routing::Rib::ViaSetConfig <key> viaSets <n>" at the
-// indent and one line "<id> flags 0x<flags>: <via keys, comma separated>"
-// per entry at indent + 2, in id order.
+// indent and one line "<id> flags 0x<flags>" per entry at indent + 2, in id
+// order, followed by ": " and its via keys, comma separated, when it has some.
 #pragma once
 
 #include <cstddef>
