@@ -94,9 +94,8 @@ const Step steps[] = {
 };
 // clang-format on
 
-}  // namespace
-
-int runDemo(std::ostream& out) {
+// Plays the steps in one agent; false at a refused command.
+bool runStory(std::ostream& out) {
   Interpreter in(out, std::cerr, Interpreter::TimeMode::virtualTime);
   out << "iprib demo: the protocol layer of a RIB agent, driven step by step\n";
   unsigned n = 0;
@@ -104,9 +103,17 @@ int runDemo(std::ostream& out) {
     out << "\n== " << step.story << "\n";
     for (std::string_view command : step.commands) {
       out << "> " << command << "\n";
-      if (!in.execute(command, "demo", ++n)) return 1;
+      if (!in.execute(command, "demo", ++n)) return false;
     }
   }
+  return true;
+}
+
+}  // namespace
+
+int runDemo(std::ostream& out) {
+  // Each scene runs in an agent of its own, gone before the next begins.
+  if (!runStory(out)) return 1;
   return 0;
 }
 
