@@ -196,25 +196,30 @@ Json rib(const World& world, const RibFilter& filter) {
   const Platform& platform = world.platform();
   std::optional<Vrf::VrfIdMap::VrfId> vrfId;
   if (filter.vrf) vrfId = platform.vrfId(*filter.vrf);
-  Json routes = Json::array();
-  for (const World::RibTable& t : world.ribTables()) {
-    if ((vrfId && t.vrfId != *vrfId) || (filter.af && t.af != *filter.af)) continue;
-    std::vector<const Rib::Route*> sorted;
-    for (const Rib::Route& r : t.routes->route()) {
-      if (!filter.prefix || r.key().prefix() == *filter.prefix) sorted.push_back(&r);
+  std::vector<const Rib::Route*> sorted;
+  for (const Rib::RouteConfig* t : world.ribTables()) {
+    for (const Rib::Route& r : t->route()) {
+      const Rib::RouteKey& k = r.key();
+      if ((vrfId && k.vrfId() != *vrfId) || (filter.af && k.prefix().af() != *filter.af) ||
+          (filter.prefix && k.prefix() != *filter.prefix)) {
+        continue;
+      }
+      sorted.push_back(&r);
     }
-    std::sort(sorted.begin(), sorted.end(), [](const Rib::Route* a, const Rib::Route* b) {
-      return a->key().prefix() < b->key().prefix();
-    });
-    for (const Rib::Route* r : sorted) routes.push_back(routeJson(platform, *r));
   }
+  std::sort(sorted.begin(), sorted.end(), [](const Rib::Route* a, const Rib::Route* b) {
+    const Rib::RouteKey &x = a->key(), &y = b->key();
+    return x.vrfId() != y.vrfId() ? x.vrfId() < y.vrfId() : x.prefix() < y.prefix();
+  });
+  Json routes = Json::array();
+  for (const Rib::Route* r : sorted) routes.push_back(routeJson(platform, *r));
   return Json{{"routes", routes}};
 }
 
 Json viaSets(const World& world) {
   std::map<Rib::Id, uint32_t> users;
-  for (const World::RibTable& t : world.ribTables()) {
-    for (const Rib::Route& r : t.routes->route()) {
+  for (const Rib::RouteConfig* t : world.ribTables()) {
+    for (const Rib::Route& r : t->route()) {
       if (r.viaSet()) ++users[r.viaSet()->id()];
     }
   }
@@ -362,7 +367,7 @@ Json stats(const World& world, const LoopStats& loop) {
     }
   }
   uint64_t routes = 0;
-  for (const World::RibTable& t : world.ribTables()) routes += t.routes->routeSize();
+  for (const Rib::RouteConfig* t : world.ribTables()) routes += t->routeSize();
   const Kel::Pool::Usage usage = Kel::Pool::usage();
   return Json{{"evaluations", evaluations},
               {"reviewSlices", slices},

@@ -87,10 +87,11 @@ Protocol::ContainerSm* World::container(const L3::VrfName& vrf, Pando::AddressFa
   return builder_ ? builder_->container(Protocol::ContainerKey(vrf, af), false) : nullptr;
 }
 
-std::vector<World::RibTable> World::ribTables() const {
-  std::vector<RibTable> out;
+std::vector<const Rib::RouteConfig*> World::ribTables() const {
+  std::vector<const Rib::RouteConfig*> out;
   for (const ContainerRef& c : containers()) {
-    if (!c.multicast) out.push_back({c.vrfId, c.af, c.container->ribConfig().ptr()});
+    const Rib::RouteConfig* t = c.container->ribConfig().ptr();
+    if (!c.multicast && std::find(out.begin(), out.end(), t) == out.end()) out.push_back(t);
   }
   return out;
 }

@@ -79,13 +79,9 @@ class World {
   Routing::Protocol::ContainerSm* container(const L3::VrfName& vrf, Pando::AddressFamily af) const;
 
   // ------------------------------------------------------------ RIB tables
-  struct RibTable {
-    Vrf::VrfIdMap::VrfId vrfId;
-    Pando::AddressFamily af;
-    const Rib::RouteConfig* routes;
-  };
-  // The unicast containers' route tables, by VRF id, then family.
-  std::vector<RibTable> ribTables() const;
+  // The route tables the unicast containers write, each once: a protocol
+  // whose routes live in one table for all VRFs writes them all there.
+  std::vector<const Rib::RouteConfig*> ribTables() const;
   // Null before start.
   const Rib::ViaSetConfig* viaSetConfig() const;
 
