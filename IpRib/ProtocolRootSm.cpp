@@ -698,12 +698,22 @@ void RootSm::doMountViaConfigFamily(int family) {
     out.all = as<Rib::Ip::ViaConfig>(
         doMountStartTable(allVrfViaConfigMount(f.rib, f.transport), "Routing::Rib::Ip::ViaConfig",
                           tableTypeConfig, "via", times(maxViaSets_, maxVrfs_)));
-    static constexpr void (RootSm::*init[4])() = {
-        &RootSm::doInitIpv4AllVrfViaConfigSm, &RootSm::doInitIpv6AllVrfViaConfigSm,
-        &RootSm::doInitMcIpv4AllVrfViaConfigSm, &RootSm::doInitMcIpv6AllVrfViaConfigSm};
     // Unicast IPv6 takes its default-VRF pointer after its reactor, the others before.
     if (!unicastIpv6) out.defaultVrf = out.all;
-    (this->*init[family])();
+    switch (family) {
+      case 0:
+        doInitIpv4AllVrfViaConfigSm();
+        break;
+      case 1:
+        doInitIpv6AllVrfViaConfigSm();
+        break;
+      case 2:
+        doInitMcIpv4AllVrfViaConfigSm();
+        break;
+      default:
+        doInitMcIpv6AllVrfViaConfigSm();
+        break;
+    }
     if (unicastIpv6) out.defaultVrf = out.all;
     return;
   }
