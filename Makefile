@@ -2,10 +2,28 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: all demo test bench asan clean format
+# Debian packages the agent needs beyond the compiler, CMake and GoogleTest.
+AGENT_PACKAGES := nlohmann-json3-dev libreadline-dev
 
-all: $(BUILD)/Makefile
+.PHONY: all deps demo test bench asan clean format
+
+all: deps $(BUILD)/Makefile
 	cmake --build $(BUILD) -j $(JOBS)
+
+# Installs the missing packages when run as root; otherwise says how and stops.
+deps:
+	@missing=""; for p in $(AGENT_PACKAGES); do \
+	  dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  if [ "$$(id -u)" = 0 ]; then \
+	    apt-get update && apt-get install -y $$missing; \
+	  else \
+	    echo "iprib needs:$$missing. Install with:"; \
+	    echo "  sudo apt-get install -y$$missing"; \
+	    exit 1; \
+	  fi; \
+	fi
 
 $(BUILD)/Makefile:
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -16,12 +34,12 @@ demo: all
 test: all
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
-bench:
+bench: deps
 	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DIPRIB_BENCH=ON
 	cmake --build build-bench -j $(JOBS)
 	for b in build-bench/bench/*_benchmark; do $$b --benchmark_repetitions=5 --benchmark_report_aggregates_only=true; done
 
-asan:
+asan: deps
 	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DIPRIB_SANITIZE=ON
 	cmake --build build-asan -j $(JOBS)
 	cd build-asan && ctest --output-on-failure -j $(JOBS)

@@ -1,0 +1,140 @@
+#include "agent/Protocol.h"
+
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "Kel/System.h"
+
+namespace IpRibAgent {
+
+ProtocolSide::ProtocolSide(Rib::RoutingProtocol protocol, Platform& platform)
+    : protocol_(protocol), platform_(platform) {}
+
+Rib::ViaKey ProtocolSide::viaKey(const Published& p, const ViaSpec& via) {
+  const Pando::AddressFamily af = via.nextHop.addr.af();
+  const uint8_t kind =
+      af == Pando::AddressFamily::ipv4 ? Rib::ViaKey::kindIpv4 : Rib::ViaKey::kindIpv6;
+  const auto key = std::make_tuple(p.vrfId, kind, via.nextHop, via.label);
+  auto it = viaKey_.find(key);
+  if (it == viaKey_.end()) {
+    it = viaKey_
+             .emplace(key, Rib::ViaKey(kind, p.vrfId, protocol_, ++nextViaIndex_[{p.vrfId, kind}]))
+             .first;
+  }
+  const Rib::Via record(via.nextHop.addr, via.nextHop.intf, via.label);
+  (af == p.af ? p.viaConfig : p.auxViaConfig)->viaIs(it->second, record);
+  platform_.viaIs(it->second, record);
+  return it->second;
+}
+
+void ProtocolSide::stamp(Protocol::Route& route) {
+  const double now = Kel::System::currentTime();
+  const double last = route.routeChangedAt();
+  route.routeChangedAtIs(now > last ? now
+                                    : std::nextafter(last, std::numeric_limits<double>::max()));
+}
+
+void ProtocolSide::writePref(const Published& p, Protocol::RoutePref& rp, const PrefSpec& spec) {
+  rp.fecTypeIs(spec.fecType);
+  rp.tagIs(spec.tag);
+  rp.installInFibIs(spec.installInFib);
+  std::map<std::pair<Protocol::ViaType, Rib::ViaKey>, Routing::RouteMetric> wanted;
+  std::set<Rib::ViaKey> tracked;
+  for (const ViaSpec& v : spec.vias) {
+    const Rib::ViaKey k = viaKey(p, v);
+    wanted[{v.type, k}] = v.metric;
+    if (v.bfd) tracked.insert(k);
+  }
+  // Tracking first, so that a tracked via never counts as untracked.
+  std::vector<Rib::ViaKey> untrack;
+  rp.forEachBfdTrackedVia([&](const Rib::ViaKey& k) {
+    if (!tracked.count(k)) untrack.push_back(k);
+  });
+  for (const Rib::ViaKey& k : untrack) rp.bfdTrackedViaCollDel(k);
+  for (const Rib::ViaKey& k : tracked) rp.bfdTrackedViaCollIs(k);
+  std::vector<std::pair<Protocol::ViaType, Rib::ViaKey>> gone;
+  for (const auto& byType : rp.dedupViaKeyByViaType()) {
+    for (const auto& v : byType->dedupViaKey()) {
+      if (!wanted.count({byType->viaType(), v->viaKey()})) {
+        gone.emplace_back(byType->viaType(), v->viaKey());
+      }
+    }
+  }
+  for (const auto& [type, k] : gone) rp.dedupViaKeyDel(type, k);
+  for (const auto& [typeKey, metric] : wanted) {
+    const auto& [type, k] = typeKey;
+    Kel::Ptr<Protocol::DedupViaKeyByViaType> byType = rp.dedupViaKeyByViaType(type);
+    Kel::Ptr<Protocol::DedupViaKeyMetric> present = byType ? byType->dedupViaKey(k) : nullptr;
+    if (present) {
+      present->metricIs(metric);
+    } else {
+      rp.dedupViaKeyIs(type, viaKeys_->dedupViaKeyIs(k), metric);
+    }
+  }
+}
+
+void ProtocolSide::write(const Published& p, const Pando::IpGenPrefix& prefix, const Prefs& prefs) {
+  if (prefs.empty()) {
+    p.status->routeDel(prefix);
+    return;
+  }
+  Kel::Ptr<Protocol::Route> route = p.status->routeIs(prefix);
+  std::vector<Routing::RoutePreference> gone;
+  for (const auto& rp : route->routePref()) {
+    if (!prefs.count(rp->preference())) gone.push_back(rp->preference());
+  }
+  for (Routing::RoutePreference g : gone) route->routePrefDel(g);
+  for (const auto& [pref, spec] : prefs) writePref(p, *route->routePrefIs(pref), spec);
+  stamp(*route);
+}
+
+void ProtocolSide::routeIs(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix,
+                           Routing::RoutePreference pref, const PrefSpec& spec) {
+  const Family f(vrf, prefix.af());
+  Prefs& prefs = route_[f][prefix];
+  prefs[pref] = spec;
+  if (const auto it = published_.find(f); it != published_.end()) write(it->second, prefix, prefs);
+}
+
+bool ProtocolSide::routeDel(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix,
+                            std::optional<Routing::RoutePreference> pref) {
+  const Family f(vrf, prefix.af());
+  const auto routes = route_.find(f);
+  if (routes == route_.end()) return false;
+  const auto it = routes->second.find(prefix);
+  if (it == routes->second.end()) return false;
+  if (pref && it->second.erase(*pref) == 0) return false;
+  if (!pref) it->second.clear();
+  if (const auto p = published_.find(f); p != published_.end()) {
+    write(p->second, prefix, it->second);
+  }
+  if (it->second.empty()) routes->second.erase(it);
+  return true;
+}
+
+void ProtocolSide::initializedIs(const L3::VrfName& vrf, Pando::AddressFamily af) {
+  const Family f(vrf, af);
+  initialized_.insert(f);
+  if (const auto p = published_.find(f); p != published_.end()) {
+    p->second.status->initializedIs(true);
+  }
+}
+
+void ProtocolSide::statusIs(const L3::VrfName& vrf, Pando::AddressFamily af,
+                            Vrf::VrfIdMap::VrfId vrfId, const Kel::Ptr<Protocol::Status>& status,
+                            const Kel::Ptr<Rib::Ip::ViaConfig>& viaConfig,
+                            const Kel::Ptr<Rib::Ip::ViaConfig>& auxViaConfig) {
+  const Family f(vrf, af);
+  const Published& p = published_[f] = Published{vrfId, af, status, viaConfig, auxViaConfig};
+  if (const auto routes = route_.find(f); routes != route_.end()) {
+    for (const auto& [prefix, prefs] : routes->second) write(p, prefix, prefs);
+  }
+  if (initialized_.count(f)) status->initializedIs(true);
+}
+
+void ProtocolSide::statusDel(const L3::VrfName& vrf, Pando::AddressFamily af) {
+  published_.erase(Family(vrf, af));
+}
+
+}  // namespace IpRibAgent

@@ -1,0 +1,100 @@
+// The routing protocol the agent plays: its configured routes, and their
+// publication into the protocol route status tables of the library.
+//
+// Routes are configuration: they are kept whether or not their VRF is ready,
+// and written into a VRF's `Status` for a family while the library has one
+// (statusIs .. statusDel, when the VRF's container comes and goes). A route
+// line sets one preference of a prefix whole: its FEC type, tag, FIB flag
+// and vias; vias that were there and are not any more are removed. Every
+// write of a route stamps its `routeChangedAt` with the framework clock (a
+// hair later than the last stamp when the clock has not moved, so that the
+// stamp always notifies), and `initialized` is written as the protocol says.
+// Vias become via keys of the VRF (kind by the next hop's family, selector =
+// the protocol), one per next hop, interface and label; each key's record
+// is written, whenever a route uses it, into the container's IP via
+// configuration of the next hop's family (a container's tables are new
+// when it is), and told to the RIB (Platform::viaIs), which resolves it.
+// One thread. Costs: a route line is a few look-ups per via.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <tuple>
+#include <vector>
+
+#include "IpRib/ProtocolRouteStatus.h"
+#include "agent/Line.h"
+#include "agent/Platform.h"
+#include "platform/Routing/Rib/DedupViaKey.h"
+#include "platform/Routing/Rib/Ip/ViaConfig.h"
+
+namespace IpRibAgent {
+
+namespace Protocol = Routing::Protocol;
+
+struct ViaSpec {
+  NextHop nextHop;
+  Protocol::ViaTypeEnum type = Protocol::ViaTypeEnum::viaNextHopOnly;
+  uint32_t label = Rib::Via::noLabel;
+  Routing::RouteMetric metric = 0;
+  bool bfd = false;
+};
+
+struct PrefSpec {
+  uint8_t fecType = 0;
+  uint32_t tag = 0;
+  bool installInFib = true;
+  std::vector<ViaSpec> vias;
+};
+
+class ProtocolSide {
+ public:
+  ProtocolSide(Rib::RoutingProtocol protocol, Platform& platform);
+
+  void routeIs(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix,
+               Routing::RoutePreference pref, const PrefSpec& spec);
+  // Without `pref`, every preference. False when there was nothing to delete.
+  bool routeDel(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix,
+                std::optional<Routing::RoutePreference> pref);
+  void initializedIs(const L3::VrfName& vrf, Pando::AddressFamily af);
+
+  // The library's status table of a VRF and family appeared (or went), with
+  // the via configurations of the family and of the other one.
+  void statusIs(const L3::VrfName& vrf, Pando::AddressFamily af, Vrf::VrfIdMap::VrfId vrfId,
+                const Kel::Ptr<Protocol::Status>& status,
+                const Kel::Ptr<Rib::Ip::ViaConfig>& viaConfig,
+                const Kel::Ptr<Rib::Ip::ViaConfig>& auxViaConfig);
+  void statusDel(const L3::VrfName& vrf, Pando::AddressFamily af);
+  // The protocol process starts again: its routes are configuration and
+  // stay, but it says `initialized` anew once it has replayed them.
+  void restart() { initialized_.clear(); }
+
+ private:
+  using Prefs = std::map<Routing::RoutePreference, PrefSpec>;
+  using Family = std::pair<L3::VrfName, Pando::AddressFamily>;
+  struct Published {
+    Vrf::VrfIdMap::VrfId vrfId;
+    Pando::AddressFamily af;
+    Kel::Ptr<Protocol::Status> status;
+    Kel::Ptr<Rib::Ip::ViaConfig> viaConfig;
+    Kel::Ptr<Rib::Ip::ViaConfig> auxViaConfig;
+  };
+
+  Rib::ViaKey viaKey(const Published& p, const ViaSpec& via);
+  void write(const Published& p, const Pando::IpGenPrefix& prefix, const Prefs& prefs);
+  void writePref(const Published& p, Protocol::RoutePref& rp, const PrefSpec& spec);
+  void stamp(Protocol::Route& route);
+
+  Rib::RoutingProtocol protocol_;
+  Platform& platform_;
+  Kel::Ptr<Rib::DedupViaKeyTable> viaKeys_ = Kel::makePtr<Rib::DedupViaKeyTable>();
+  std::map<std::tuple<Vrf::VrfIdMap::VrfId, uint8_t, NextHop, uint32_t>, Rib::ViaKey> viaKey_;
+  std::map<std::pair<Vrf::VrfIdMap::VrfId, uint8_t>, uint32_t> nextViaIndex_;
+  std::map<Family, std::map<Pando::IpGenPrefix, Prefs>> route_;
+  std::set<Family> initialized_;
+  std::map<Family, Published> published_;
+};
+
+}  // namespace IpRibAgent

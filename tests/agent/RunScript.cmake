@@ -1,0 +1,37 @@
+# Runs `iprib run SCRIPT`, `iprib shell < SCRIPT` or `iprib demo` twice and compares the whole output with EXPECTED
+# (or writes EXPECTED when IPRIB_REGENERATE is set). See CMakeLists.txt.
+get_filename_component(dir ${EXPECTED} DIRECTORY)
+set(args ${MODE})
+set(input /dev/null)
+if(MODE STREQUAL "run")
+  # From the script's folder, so that file names in messages are short.
+  get_filename_component(file ${SCRIPT} NAME)
+  set(args run ${file})
+elseif(MODE STREQUAL "shell")
+  set(input ${SCRIPT})
+endif()
+
+function(run_once out)
+  execute_process(COMMAND ${IPRIB} ${args} WORKING_DIRECTORY ${dir} INPUT_FILE ${input}
+                  OUTPUT_VARIABLE stdout ERROR_VARIABLE stderr RESULT_VARIABLE status)
+  set(${out} "${stdout}--- stderr\n${stderr}--- exit ${status}\n" PARENT_SCOPE)
+endfunction()
+
+run_once(first)
+run_once(second)
+if(NOT first STREQUAL second)
+  message(FATAL_ERROR "two runs differ:\n${first}\n=====\n${second}")
+endif()
+if(DEFINED ENV{IPRIB_REGENERATE})
+  file(WRITE ${EXPECTED} "${first}")
+  return()
+endif()
+if(NOT EXISTS ${EXPECTED})
+  message(FATAL_ERROR "no ${EXPECTED}: run with IPRIB_REGENERATE=1 to write it")
+endif()
+file(READ ${EXPECTED} expected)
+if(NOT first STREQUAL expected)
+  file(WRITE ${EXPECTED}.actual "${first}")
+  execute_process(COMMAND diff -u ${EXPECTED} ${EXPECTED}.actual)
+  message(FATAL_ERROR "output differs from ${EXPECTED} (actual output in ${EXPECTED}.actual)")
+endif()
