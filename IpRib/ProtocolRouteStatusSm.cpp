@@ -394,6 +394,9 @@ void RouteStatusSm::evaluate(const Pando::IpGenPrefix& prefix, const Route* rout
   --evaluationDepth_;
 }
 
+RouteStatusSm::ViaPick RouteStatusSm::scratch_[2];
+uint32_t RouteStatusSm::evaluationDepth_ = 0;
+
 std::optional<uint32_t> RouteStatusSm::guessViaSet(const Route& route) const {
   // A review reads its RIB routes and their via sets ahead, and a route
   // reviewed mostly keeps its via set.

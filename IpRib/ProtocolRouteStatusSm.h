@@ -263,9 +263,11 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   uint64_t evaluations_ = 0;
   uint64_t reviewSlices_ = 0;
   // Scratch picks: evaluation must not allocate. A nested evaluation
-  // (a RIB reactor re-entering) takes a fresh one.
-  ViaPick scratch_[2];
-  uint32_t evaluationDepth_ = 0;
+  // (a RIB reactor re-entering, this VRF's or another's) takes a fresh one.
+  // Shared by every RouteStatusSm of the one event thread: 24 KB each would
+  // be most of an empty VRF's memory.
+  static ViaPick scratch_[2];
+  static uint32_t evaluationDepth_;
   bool reviewing_ = false;  // a review's evaluation is under way
 
   Kel::NestedReactor<KelStatus> kelStatus_;
