@@ -380,6 +380,9 @@ class RootSm final : public Kel::NotifieeBase {
   void setMcReadyVrfFamily(const MulticastFamily& family, const L3::VrfName& vrfName);
   void handleMetricStatusOf(bool multicast, Vrf::VrfIdMap::VrfId vrfId);
   Vrf::VrfIdMap::VrfEntry vrfEntryOf(Vrf::VrfIdMap::VrfId vrfId) const;
+  // The VRF's readiness record and the sequence number asked of it; a null
+  // record when either record is missing.
+  std::pair<Kel::Ptr<VrfReadyStatus>, uint32_t> seqTriggerOf(const L3::VrfName& vrfName) const;
   void doMountViaConfigFamily(int family);
   void doMountAllVrfRibConfigs();
   void doMountEvpnConfig();

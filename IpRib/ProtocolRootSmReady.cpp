@@ -72,15 +72,21 @@ void RootSm::handleStartReadyVerification() {
   for (const auto& entry : map->vrfNameToId()) maybeSetRoutesReady(entry.name);
 }
 
-void RootSm::handleRibSeqTrigger(const L3::VrfName& vrfName) {
-  ROOT_DUALLOG(8, "handleRibSeqTrigger", "handleRibSeqTrigger");
-  if (!initialized_) return;
+std::pair<Kel::Ptr<VrfReadyStatus>, uint32_t> RootSm::seqTriggerOf(
+    const L3::VrfName& vrfName) const {
   const Kel::Ptr<VrfReadyStatus> status =
       allVrfReadyStatus_ ? allVrfReadyStatus_->vrfReadyStatus(vrfName) : nullptr;
   const Kel::Ptr<VrfRibSeqTrigger> trigger =
       allVrfRibSeqTrigger_ ? allVrfRibSeqTrigger_->vrfRibSeqTrigger(vrfName) : nullptr;
-  if (!status || !trigger) return;
-  const uint32_t seq = trigger->ribReadySeqTrigger();
+  if (!status || !trigger) return {nullptr, 0};
+  return {status, trigger->ribReadySeqTrigger()};
+}
+
+void RootSm::handleRibSeqTrigger(const L3::VrfName& vrfName) {
+  ROOT_DUALLOG(8, "handleRibSeqTrigger", "handleRibSeqTrigger");
+  if (!initialized_) return;
+  const auto [status, seq] = seqTriggerOf(vrfName);
+  if (!status) return;
   if (seq == 0) return;
   ROOT_DUALLOG(8, vrfName << ", ribReadySeqTrigger received : " << seq,
                "%s, ribReadySeqTrigger received : %s", vrfName.value(), seq);
@@ -99,12 +105,8 @@ void RootSm::handleRibSeqTrigger(const L3::VrfName& vrfName) {
 void RootSm::maybeUpdateRibReadySeqStatus(const L3::VrfName& vrfName) {
   ROOT_DUALLOG(8, "maybeUpdateRibReadySeqStatus", "maybeUpdateRibReadySeqStatus");
   if (!initialized_) return;
-  const Kel::Ptr<VrfReadyStatus> status =
-      allVrfReadyStatus_ ? allVrfReadyStatus_->vrfReadyStatus(vrfName) : nullptr;
-  const Kel::Ptr<VrfRibSeqTrigger> trigger =
-      allVrfRibSeqTrigger_ ? allVrfRibSeqTrigger_->vrfRibSeqTrigger(vrfName) : nullptr;
-  if (!status || !trigger) return;
-  const uint32_t seq = trigger->ribReadySeqTrigger();
+  const auto [status, seq] = seqTriggerOf(vrfName);
+  if (!status) return;
   if (seq == 0 || status->ribReadySeqStatus() == seq) return;
   const bool v4 = status->v4RouteReviewComplete();
   const bool v6 = status->v6RouteReviewComplete();
