@@ -1,8 +1,8 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Plots what `make scale` measured: load rate, review rate and bytes per route
 against table size, one line per VRF spread, from the newest run of each size
 in bench/results/scale-*.json, into docs/bench.png. Needs python3-matplotlib
-(Debian's); installs nothing.
+(Debian's, hence the interpreter /usr/bin/python3); installs nothing.
 
 Usage: tools/plot_bench.py [--results DIR] [--out FILE]
 """
@@ -45,12 +45,16 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--results", default="bench/results")
     parser.add_argument("--out", default="docs/bench.png")
+    parser.add_argument("--cpu", action="store_true",
+                        help="rates from processor time (a shared, loaded machine)")
     options = parser.parse_args()
     series = newest_runs(options.results)
     if not series:
         sys.exit(f"plot_bench: no scale-*.json in {options.results}: run `make scale` first")
-    panels = [("load_routes_per_s", "initial load (M routes/s)", 1e-6),
-              ("review_routes_per_s", "full review (M routes/s)", 1e-6),
+    rate = "_cpu_routes_per_s" if options.cpu else "_routes_per_s"
+    clock = ", processor time" if options.cpu else ""
+    panels = [("load" + rate, f"initial load (M routes/s{clock})", 1e-6),
+              ("review" + rate, f"full review (M routes/s{clock})", 1e-6),
               ("bytes_per_route", "memory (bytes per route)", 1)]
     fig, axes = plt.subplots(1, 3, figsize=(13, 4))
     loads, cores = [], set()
