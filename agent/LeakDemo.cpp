@@ -12,6 +12,7 @@ namespace IpRibAgent {
 using Pando::AddressFamily;
 using Routing::Protocol::LeakRoute;
 using Routing::Protocol::LeakRouteConfig;
+using Routing::Protocol::LeakRouteRef;
 using Routing::Protocol::VrfIdAf;
 
 namespace {
@@ -48,7 +49,7 @@ struct LeakScene {
     const auto input = root->demuxSmSet(config.vrfAf());
     out << "  leak route config of " << name << " (id " << config.vrfAf().vrfId()
         << "): " << config.leakRoutes() << " route(s)\n";
-    for (const Kel::Ptr<const LeakRoute>& lr : config.leakRoute()) {
+    for (const LeakRouteRef& lr : config.leakRoute()) {
       const Vrf::VrfIdMap::VrfId won = lr->vrfAf().vrfId();
       out << "    " << lr->key() << "  from " << nameOf(won) << " (id " << won << ")";
       std::string others;
