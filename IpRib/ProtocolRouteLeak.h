@@ -15,10 +15,10 @@
 // element's key when an element is added, replaced or removed; writing the
 // element already there notifies nobody. The leakRoute collections (keyed by
 // Routing::RouteKey) are hash ordered with seek(), and give their memory
-// back when they empty: a LeakRouteDir's is dense (16 bytes an entry plus 9
-// to 18 bytes of index), the others open-addressed (18 to 37 bytes an
-// entry, for cheap erases). They hash with a seed of their own: they are
-// filled by walking a route list in its order.
+// back when they empty: a LeakRouteDir's is dense (8 bytes an entry plus 9
+// to 18 bytes of index), the others open-addressed (9 to 18 bytes an entry,
+// for cheap erases); all keep LeakRoutes by 32-bit handle. They hash with a
+// seed of their own: they are filled by walking a route list in its order.
 // Only the leak reactors (ProtocolRouteLeakSm) call the mutators.
 #pragma once
 
