@@ -14,7 +14,7 @@ Kel::TraceFacility trace("IpRib::ViaMetricStatusSm");
 
 // Keeps the reactor of `key` while it watches `entity`, else makes one for
 // `entity` (replacing any). Returns whether a reactor was made.
-template <class K, class R, template <class> class C, class E, class Owner>
+template <class K, class R, template <class, auto...> class C, class E, class Owner>
 bool reactorIs(Kel::NestedReactors<K, R, C>& reactors, const K& key, E* entity, Owner* owner) {
   if (entity == nullptr) return false;
   if (const R* r = reactors.find(key); r != nullptr && r->notifier() == entity) return false;

@@ -47,6 +47,9 @@ World& Interpreter::world() {
 bool Interpreter::execute(std::string_view text, const std::string& source, unsigned lineNumber) {
   Line line(text);
   if (line.empty()) return true;
+  // A line may make the world to look a VRF up and still be refused; the
+  // world it made goes with it, so that set-up commands stay allowed.
+  const bool hadWorld = worldMade();
   try {
     std::string name(line.peek());
     if (name == "no") {
@@ -69,6 +72,7 @@ bool Interpreter::execute(std::string_view text, const std::string& source, unsi
     // A value the library refused that the parser let through.
     err_ << source << ":" << lineNumber << ": " << e.what() << "\n";
   }
+  if (!hadWorld) world_.reset();
   return false;
 }
 
