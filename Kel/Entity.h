@@ -114,6 +114,13 @@ class Entity : public PtrInterface {
   void detach(NotifieeBase* r) const;
   Hub* hub() const { return reinterpret_cast<Hub*>(reactors_ & ~hubTag); }
 
+ protected:
+  // One 32-bit attribute of the derived entity may live here, in the gap
+  // after the reference count that the derived class's own members cannot
+  // fill: a via (a pointer and a metric) is then 32 bytes, not 40.
+  uint32_t word_ = 0;
+
+ private:
   // Most entities have one reactor or none: it is kept here directly, and a
   // list (a Hub, tagged in bit 0) is made only for a second one.
   static constexpr uintptr_t hubTag = 1;
