@@ -18,6 +18,7 @@ struct Default {
 constexpr Default defaults[] = {
     {"StaticRouteMetric", true},
     {"PacedViaMetricSweep", false},
+    {"DeferredViaFilingStamp", false},
 };
 
 class Parser {
