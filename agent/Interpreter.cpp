@@ -54,7 +54,8 @@ bool Interpreter::execute(std::string_view text, const std::string& source, unsi
     std::string name(line.peek());
     if (name == "no") {
       line.expect("no");
-      name += " " + std::string(line.peek());
+      name += ' ';
+      name += line.peek();
     }
     const auto it = commands_.find(name);
     if (it == commands_.end()) {
