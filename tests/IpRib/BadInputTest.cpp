@@ -1,7 +1,7 @@
 // Every bad input the library can meet, with its exact error, and what stays
 // as it was: the keys' canonical forms (a field's range error names the
 // attribute), a route with more vias than a via set holds, and a full RIB
-// route table. docs/bad-input.md lists these rows beside the other layers'.
+// route table. The README lists these rows beside the other layers'.
 #include <gtest/gtest.h>
 
 #include "IpRib/ProtocolContainerKey.h"
