@@ -33,7 +33,9 @@ struct ReactorKeyHash {
   }
 };
 
-template <class K, class R, template <class> class Container = HashTable>
+// Container: a table template over the traits; further parameters (FlatMap's
+// inline capacity) keep their defaults.
+template <class K, class R, template <class, auto...> class Container = HashTable>
 class NestedReactors final : public NestedReactorGroup {
   struct Traits : ReactorKeyHash<K> {
     using Entry = Ptr<R>;
