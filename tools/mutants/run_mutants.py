@@ -14,7 +14,8 @@ tests); a test run that fails or times out has caught it.
 Lists default to tools/mutants/*.txt. The build directory (default build/)
 must be configured already; builds use -j2. --check only tells whether
 each mutant's text is found exactly once. Prints one line per mutant and a
-summary per list; exits 1 when a mutant survived. The sources are left as
+summary per list; exits 1 when a mutant survived, 2 when a mutant's text is
+not found exactly once (NOT FOUND / AMBIGUOUS, repeated at the end). The sources are left as
 they were, so the next build recompiles the files that were planted.
 """
 
@@ -45,7 +46,7 @@ def parse(path):
             if not sep:
                 sys.exit(f"{path}:{number}: expected 'key = value' or '[name]'")
             key = key.strip()
-            if key not in ("file", "target", "test", "old", "new"):
+            if key not in ("file", "target", "test", "old", "new", "equivalent"):
                 sys.exit(f"{path}:{number}: unknown key {key!r}")
             # Keys before the first mutant are defaults for the list; "\\n"
             # in a value is a line break, so that a fault may span lines.
@@ -67,6 +68,11 @@ def run(cmd, cwd, timeout):
         return None
 
 
+def mismatch(count):
+    """Outcome of a mutant whose text is not found exactly once."""
+    return "NOT FOUND" if count == 0 else f"AMBIGUOUS ({count})"
+
+
 def try_mutant(m, build, timeout):
     path = os.path.join(ROOT, m["file"])
     with open(path, "rb") as f:
@@ -74,7 +80,7 @@ def try_mutant(m, build, timeout):
     text = original.decode("utf-8")
     count = text.count(m["old"])
     if count != 1:
-        return f"bad ({count} matches)"
+        return mismatch(count)
     try:
         with open(path, "w", encoding="utf-8") as f:
             f.write(text.replace(m["old"], m["new"]))
@@ -83,7 +89,11 @@ def try_mutant(m, build, timeout):
             return "does not build"
         code = run(["ctest", "-R", m["test"], "-j2", "--timeout", str(timeout)], build,
                    timeout * 4)
-        return "survived" if code == 0 else "caught"
+        if code != 0:
+            return "caught"
+        # A fault judged equivalent behaves as the code does; it still runs,
+        # so that one a test now catches is seen.
+        return "equivalent" if "equivalent" in m else "survived"
     finally:
         with open(path, "wb") as f:
             f.write(original)
@@ -98,7 +108,7 @@ def main():
     parser.add_argument("--check", action="store_true", help="check the lists, run nothing")
     args = parser.parse_args()
     lists = args.lists or sorted(glob.glob(os.path.join(ROOT, "tools", "mutants", "*.txt")))
-    survivors = 0
+    survivors, stale = 0, []
     for path in lists:
         tally = {}
         for m in parse(path):
@@ -108,15 +118,21 @@ def main():
             if args.check:
                 with open(os.path.join(ROOT, m["file"]), encoding="utf-8") as f:
                     count = f.read().count(m["old"])
-                outcome = "ok" if count == 1 else f"bad ({count} matches)"
+                outcome = "ok" if count == 1 else mismatch(count)
             else:
                 outcome = try_mutant(m, args.build, args.timeout)
             tally[outcome] = tally.get(outcome, 0) + 1
             survivors += outcome == "survived"
+            if outcome == "NOT FOUND" or outcome.startswith("AMBIGUOUS"):
+                stale.append(f"{m['where']}: {m['name']}: {outcome} in {m['file']}")
             print(f"{outcome:16} {m['name']}  ({time.time() - start:.0f} s)", flush=True)
         summary = ", ".join(f"{n} {k}" for k, n in sorted(tally.items()))
         print(f"== {os.path.relpath(path, ROOT)}: {summary}", flush=True)
-    return 1 if survivors else 0
+    # A mutant whose text the code no longer has tests nothing: say so loudly
+    # at the end, where it cannot scroll by, and fail the run.
+    for line in stale:
+        print(f"!! {line}: fix or drop this mutant", file=sys.stderr, flush=True)
+    return 2 if stale else 1 if survivors else 0
 
 
 if __name__ == "__main__":
