@@ -181,8 +181,20 @@ TEST(RootSmIntegrationTest, AMountGroupThatDoesNotCompleteHoldsEverythingBackWit
   EXPECT_EQ(w.root().vrfRibConfig(1, "rib", "ipv4"), rib);
 }
 
+// Plays a RIB side that writes its trigger into green's record as soon as
+// the record appears, before the root's own reactor on it is bound.
+class EagerRibSide final : public AllVrfRibSeqTrigger::Notifiee {
+ public:
+  void onVrfRibSeqTrigger(const L3::VrfName& name) override {
+    const Kel::Ptr<VrfRibSeqTrigger> t = notifier()->vrfRibSeqTrigger(name);
+    if (t && name == L3::VrfName("green")) t->ribReadySeqTriggerIs(9);
+  }
+};
+
 TEST(RootSmIntegrationTest, ARibSequenceTriggerIsAnsweredOnceBothReviewsAreComplete) {
   RootWorld w;
+  const auto eager = Kel::makePtr<EagerRibSide>();  // heard before the root
+  eager->notifierIs(w.platform.allVrfRibSeqTrigger.ptr());
   w.defaultVrfMetricsIs(true);
   w.vrfIs("red", 1);
   w.vrfInputsIs("red", 1);
@@ -205,6 +217,9 @@ TEST(RootSmIntegrationTest, ARibSequenceTriggerIsAnsweredOnceBothReviewsAreCompl
   w.vrfIs("blue", 2);
   w.platform.allVrfRibSeqTrigger->vrfRibSeqTrigger(L3::VrfName("blue"))->ribReadySeqTriggerIs(3);
   EXPECT_EQ(w.readyStatus("blue")->ribReadySeqStatus(), 3u);
+  // A trigger written before the root watched its record is answered too.
+  w.vrfIs("green", 3);
+  EXPECT_EQ(w.readyStatus("green")->ribReadySeqStatus(), 9u);
 }
 
 TEST(RootSmIntegrationTest, AGracefulRestartKeepsThePreviousRibUntilTheFirstCompleteReview) {
