@@ -829,19 +829,20 @@ void RouteStatusSm::doReview() {
     }
   }
   // Evaluations wait on cache misses: bring the routes ahead and their RIB
-  // routes toward the cache, found again by hash at each step (one may have
-  // gone meanwhile). The RIB side starts once the route, which holds the
-  // prefix, is in cache.
+  // routes toward the cache, found again at each step where the walk saw
+  // them, else by hash (one may have moved or gone meanwhile). The RIB side
+  // starts once the route, which holds the prefix, is in cache.
   struct Upcoming {
     uint32_t hash;     // in the status
+    uint32_t place;    // in the status, when pushed
     uint32_t ribHash;  // in the RIB, from step 1
   };
   Kel::Lookahead<Upcoming, routePrefetchSteps, 2> ahead;
   Status::RouteMap::const_iterator next;
   const auto pushAhead = [&] {
     if (next == routes.end()) return;
-    ahead.push({next.hash(), 0}, [&](Upcoming& u, int step) {
-      const Kel::Ptr<Route>* route = routes.probable(u.hash);
+    ahead.push({next.hash(), next.place(), 0}, [&](Upcoming& u, int step) {
+      const Kel::Ptr<Route>* route = routes.probable(u.hash, u.place);
       if (route == nullptr) return;
       prefetchRouteStep(**route, step);
       if (step == 1) u.ribHash = ribConfig_->routeHashOf(Rib::RouteKey(vrfId_, (*route)->prefix()));
