@@ -686,26 +686,33 @@ void RouteStatusSm::addRouteWithLowestMetric(const Pando::IpGenPrefix& prefix,
     return;
   }
   const RouteMetric* metrics = pick.metric;
-  const RouteMetric lowest = *std::min_element(metrics, metrics + viaSet.size());
+  const RouteMetric* const metricsEnd = metrics + viaSet.size();
+  const RouteMetric lowest = *std::min_element(metrics, metricsEnd);
+  // Vias of one metric, the rule, keep the set as it is: no copy.
+  const bool cut =
+      !std::all_of(metrics, metricsEnd, [lowest](RouteMetric m) { return m == lowest; });
   // Scratch for the cut set: the other scratch slot when free, else a local.
   Rib::Brisk::ViaSet local;
   Rib::Brisk::ViaSet& lowestSet =
       (&pick == &scratch_[0] && evaluationDepth_ == 1) ? scratch_[1].viaSet : local;
-  lowestSet.clear();
-  lowestSet.flagsIs(viaSet.flags());
-  uint32_t n = 0;
-  for (uint32_t i = 0; i < viaSet.size(); ++i) {
-    const Rib::ViaKey& via = viaSet.viaKey(i);
-    if (metrics[i] == lowest) {
-      lowestSet.viaKeyIs(n++, via);
-    } else if (observer) {
-      observer->via(via, metrics[i], ViaVerdict::cutByMetric);
+  uint32_t n = viaSet.size();
+  if (cut) {
+    lowestSet.clear();
+    lowestSet.flagsIs(viaSet.flags());
+    n = 0;
+    for (uint32_t i = 0; i < viaSet.size(); ++i) {
+      const Rib::ViaKey& via = viaSet.viaKey(i);
+      if (metrics[i] == lowest) {
+        lowestSet.viaKeyIs(n++, via);
+      } else if (observer) {
+        observer->via(via, metrics[i], ViaVerdict::cutByMetric);
+      }
     }
   }
   RSM_TRACE(9, " (" << prefix << "), Adding route, Preference: " << unsigned(pref) << ", with " << n
                     << " vias of metric: " << lowest);
   if (observer) observer->metricCut(lowest);
-  addRoute(prefix, routePref, lowestSet, srcVrfId, lowest, observer);
+  addRoute(prefix, routePref, cut ? lowestSet : viaSet, srcVrfId, lowest, observer);
 }
 
 void RouteStatusSm::doAddRoute(const Pando::IpGenPrefix& prefix,
