@@ -9,7 +9,9 @@
 //
 // Construction creates the two mount groups, calls RootSmIs and then grStateIs
 // with the configured graceful-restart flag. When both mount groups report
-// completion (on a later turn of the loop) it calls doMountsComplete. It
+// completion (on a later turn of the loop) it calls doMountsComplete; until
+// then no VRF is evaluated, no container built and no table of a VRF
+// touched, however long that takes, and nothing polls. It
 // watches the four ready sets: a name entering a set gets a ContainerSm for
 // that VRF and family, built from the root's tables and the VRF's own; a name
 // leaving drops the container and then calls the matching doCleanup... with

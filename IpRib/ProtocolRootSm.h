@@ -21,6 +21,10 @@
 //
 // Faults: a required shared collection or GrState missing aborts through
 // KEL_ASSERT; a missing input only holds a VRF back, with a level 9 trace.
+// A corrupt read of a shared table is reported to it and read again, at most
+// maxCorruptReads times in a row; a table that stays corrupt is then given up
+// on for this trigger with a level 0 trace, changing nothing (the VRF keeps
+// its state, the vias stay): the loop is never spun on it.
 // Teardown unmounts every table this root mounted.
 // One thread; every handler runs to completion. Cost: a trigger evaluates one
 // VRF and family in a few hash look-ups; the bulk pass is linear in VRFs.
@@ -100,6 +104,8 @@ class ReadyVrfSets final : public Kel::Entity {
 class RootSm final : public Kel::NotifieeBase {
  public:
   static constexpr const char* ipIntfCheckNotNeededEnvVar = "IP_INTF_CHECK_NOT_NEEDED";
+  // Reads of a corrupt shared table before it is given up on.
+  static constexpr uint32_t maxCorruptReads = 16;
 
   RootSm(const Kel::Ptr<Cairn::EntityManager>& entityManager,
          const Kel::Ptr<Cairn::MountGroup>& mountGroup,
@@ -379,6 +385,7 @@ class RootSm final : public Kel::NotifieeBase {
   void setReadyVrfFamily(const UnicastFamily& family, const L3::VrfName& vrfName);
   void setMcReadyVrfFamily(const MulticastFamily& family, const L3::VrfName& vrfName);
   void handleMetricStatusOf(bool multicast, Vrf::VrfIdMap::VrfId vrfId);
+  // The invalid entry when the table stays corrupt.
   Vrf::VrfIdMap::VrfEntry vrfEntryOf(Vrf::VrfIdMap::VrfId vrfId) const;
   // The VRF's readiness record and the sequence number asked of it; a null
   // record when either record is missing.

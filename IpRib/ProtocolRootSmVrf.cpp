@@ -209,11 +209,16 @@ void RootSm::handleMcViaMetricStatus(Vrf::VrfIdMap::VrfId vrfId) {
 
 Vrf::VrfIdMap::VrfEntry RootSm::vrfEntryOf(Vrf::VrfIdMap::VrfId vrfId) const {
   // A corrupt read is reported to the table, which repairs it; then read again.
-  for (;;) {
+  for (uint32_t reads = 1;; ++reads) {
     try {
       return vrfIdStatus_->vrfEntry(vrfId);
     } catch (const Vigil::CorruptionDetectedException& e) {
       vrfIdStatus_->doCorruptionDetected(e.what());
+      if (reads == maxCorruptReads) {
+        ROOT_DUALLOG(0, "vrfEntry(" << vrfId << "), still corrupt: " << e.what(),
+                     "vrfEntry(%s), still corrupt: %s", vrfId, std::string_view(e.what()));
+        return Vrf::VrfIdMap::VrfEntry();
+      }
     }
   }
 }
@@ -358,7 +363,7 @@ void RootSm::doDeleteViasForVrf(Vrf::VrfIdMap::VrfId vrfId,
                "doDeleteViasForVrf (%s)", vrfId);
   if (!viaConfig) return;
   std::vector<Rib::ViaKey> doomed;
-  for (;;) {
+  for (uint32_t reads = 1;; ++reads) {
     doomed.clear();
     try {
       viaConfig->forEachVia([&](const Rib::ViaKey& key, const Rib::Via&) {
@@ -367,6 +372,12 @@ void RootSm::doDeleteViasForVrf(Vrf::VrfIdMap::VrfId vrfId,
       break;
     } catch (const Vigil::CorruptionDetectedException& e) {
       viaConfig->doCorruptionDetected(e.what());
+      if (reads == maxCorruptReads) {
+        ROOT_DUALLOG(0, "doDeleteViasForVrf (" << vrfId << "), still corrupt: " << e.what(),
+                     "doDeleteViasForVrf (%s), still corrupt: %s", vrfId,
+                     std::string_view(e.what()));
+        return;
+      }
     }
   }
   for (const Rib::ViaKey& key : doomed) viaConfig->viaDel(key);

@@ -240,13 +240,7 @@ class RouteStatusSm::KelBfdTrackedRoutesList final : public BfdTrackedStaticRout
     notifierIs(list);
     for (const auto& entry : list->route()) sm_->bfdRouteIs(entry);
   }
-  void onRoute(const BfdStatusKey& key) override {
-    if (Kel::Ptr<BfdTrackedStaticRoutes> entry = notifier()->route(key)) {
-      sm_->bfdRouteIs(entry);
-    } else {
-      sm_->bfdRouteDel(key);
-    }
-  }
+  void onRoute(const BfdStatusKey& key) override { sm_->handleBfdRoute(key); }
 
  private:
   RouteStatusSm* sm_;
@@ -965,8 +959,39 @@ void RouteStatusSm::handleBfdTrackedVia(const RouteKey& routeKey, const Rib::Via
   }
 }
 
+void RouteStatusSm::handleBfdRoute(const BfdStatusKey& key) {
+  const KelBfdRoute* watching = kelBfdRoute_.find(key);
+  const Kel::Ptr<const BfdTrackedStaticRoutes> gone(watching ? watching->notifier() : nullptr);
+  if (gone && gone.ptr() != bfdTrackedRoutesList_->route(key).ptr()) {
+    // Dropped first: filing again below creates the entry that replaces it.
+    bfdRouteDel(key);
+    std::vector<RouteKey> dependants;
+    for (const auto& d : gone->dependantRoute()) dependants.push_back(d->routeKey());
+    for (const RouteKey& routeKey : dependants) {
+      const Kel::Ptr<Route> route = status_->route(routeKey.prefix());
+      const Kel::Ptr<RoutePref> pref = route ? route->routePref(routeKey.preference()) : nullptr;
+      if (!pref) continue;
+      bool filed = false;
+      pref->forEachBfdTrackedVia([&](const Rib::ViaKey& via) {
+        if (!(bfdStatusKey(getViaFromKey(via)) == key)) return;
+        handleBfdTrackedVia(routeKey, via, true);
+        filed = true;
+      });
+      if (filed) handleRoute(routeKey.prefix());
+    }
+  }
+  if (const Kel::Ptr<BfdTrackedStaticRoutes> entry = bfdTrackedRoutesList_->route(key)) {
+    bfdRouteIs(entry);
+  } else {
+    bfdRouteDel(key);
+  }
+}
+
 void RouteStatusSm::bfdRouteIs(const Kel::Ptr<const BfdTrackedStaticRoutes>& entry) {
-  kelBfdRoute_.insert(Kel::makePtr<KelBfdRoute>(this, entry.ptr()));
+  if (const KelBfdRoute* r = kelBfdRoute_.find(entry->key()); r && r->notifier() == entry.ptr()) {
+    return;
+  }
+  kelBfdRoute_.replace(Kel::makePtr<KelBfdRoute>(this, entry.ptr()));
 }
 
 void RouteStatusSm::bfdRouteDel(const BfdStatusKey& key) { kelBfdRoute_.erase(key); }

@@ -18,6 +18,10 @@
 // explain(prefix) runs the very same evaluation with an observer and returns
 // what it saw; nobody asking costs one pointer test per step.
 //
+// A BFD tracking entry taken out of the list by another writer while routes
+// still track through it is filed again at once, down like any new entry,
+// and those routes are re-evaluated: the list holds what the protocol asks.
+//
 // One thread. Handlers may run from any notification of the inputs; the
 // RIB writes they make notify the RIB's own reactors synchronously.
 #pragma once
@@ -153,6 +157,9 @@ class RouteStatusSm final : public Kel::NotifieeBase {
 
   // ------------------------------------------------------------ BFD tracking
   void handleBfdTrackedVia(const RouteKey& routeKey, const Rib::ViaKey& via, bool add);
+  // The list's entry for `key` changed: watch the one there now, and file
+  // again this status's requests that were in an entry taken away.
+  void handleBfdRoute(const BfdStatusKey& key);
   void bfdRouteIs(const Kel::Ptr<const BfdTrackedStaticRoutes>& entry);
   void bfdRouteDel(const BfdStatusKey& key);
   void bfdRouteDelAll();

@@ -58,7 +58,9 @@ class ViaMetricStatusSm::KelVmsByTransport final
     }
   }
   void vmsByProtoIs(uint8_t transport);
-  void vmsByProtoDel(uint8_t transport) { vmsByProto_.erase(transport); }
+  void vmsByProtoDel(uint8_t transport);
+  // Every via of every table below: the tables are going.
+  void handleViaMetric();
 
  private:
   ViaMetricStatusSm* sm_;
@@ -81,7 +83,8 @@ class ViaMetricStatusSm::KelVmsByTransport::KelVmsByProto final
     }
   }
   void vmsIs(uint32_t proto);
-  void vmsDel(uint32_t proto) { vms_.erase(proto); }
+  void vmsDel(uint32_t proto);
+  void handleViaMetric();
 
  private:
   KelVmsByTransport* parent_;
@@ -148,6 +151,26 @@ ViaMetricStatusSm::KelVmsByTransport::KelVmsByProto::KelVmsByProto(
 
 void ViaMetricStatusSm::KelVmsByTransport::KelVmsByProto::vmsIs(uint32_t proto) {
   reactorIs(vms_, proto, notifier()->viaMetricStatus(proto).ptr(), this);
+}
+
+// A table that goes leaves its vias unresolved: each counts as removed. The
+// reactor still holds the table, entries and all.
+void ViaMetricStatusSm::KelVmsByTransport::KelVmsByProto::vmsDel(uint32_t proto) {
+  if (KelVms* vms = vms_.find(proto)) vms->handleViaMetric();
+  vms_.erase(proto);
+}
+
+void ViaMetricStatusSm::KelVmsByTransport::KelVmsByProto::handleViaMetric() {
+  for (const auto& vms : vms_) vms->handleViaMetric();
+}
+
+void ViaMetricStatusSm::KelVmsByTransport::vmsByProtoDel(uint8_t transport) {
+  if (KelVmsByProto* byProto = vmsByProto_.find(transport)) byProto->handleViaMetric();
+  vmsByProto_.erase(transport);
+}
+
+void ViaMetricStatusSm::KelVmsByTransport::handleViaMetric() {
+  for (const auto& byProto : vmsByProto_) byProto->handleViaMetric();
 }
 
 // ------------------------------------------------------------ route status side
@@ -399,6 +422,7 @@ void ViaMetricStatusSm::vmsByTransportIs(Vrf::VrfIdMap::VrfId vrfId) {
 }
 
 void ViaMetricStatusSm::vmsByTransportDel(Vrf::VrfIdMap::VrfId vrfId) {
+  if (KelVmsByTransport* byTransport = vmsByTransport_.find(vrfId)) byTransport->handleViaMetric();
   vmsByTransport_.erase(vrfId);
 }
 

@@ -9,7 +9,10 @@
 // via key alone; a table's generation bump counts as a change of each of its
 // vias) every route found through the index gets routeChangedAt =
 // Kel::System::currentTime(); so does a route when one of its preferences
-// first lists a via key. Removals stamp nothing. Nothing else is written. A
+// first lists a via key. A via metric table that goes (with its protocol,
+// transport or VRF) stamps the users of every via it held: none of them is
+// resolved any more. Route-side removals stamp nothing. Nothing else is
+// written. A
 // stamp equal to the route's present value (a clock that has not moved since)
 // notifies nobody.
 //
@@ -148,6 +151,7 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   // ------------------------------------------------------------ nested reactors
   // Keep the reactor of an element whose entity is unchanged, else replace it.
   void vmsByTransportIs(Vrf::VrfIdMap::VrfId vrfId);
+  // Stamps the users of every via of the VRF's tables, then drops the reactor.
   void vmsByTransportDel(Vrf::VrfIdMap::VrfId vrfId);
   // A new or replaced status reactor then files the status's via keys.
   void routeStatusIs(const RouteStatusKey& key);

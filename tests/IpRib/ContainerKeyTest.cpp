@@ -47,6 +47,9 @@ TEST(ContainerKeyTest, CanonicalFormsRoundTripDefaultsIncluded) {
                   "Value('Routing::Protocol::PrefixPrefVrfId', ** {'prefix': none, "
                   "'pref': 1, 'vrfId': 16777215})");
   expectRoundTrip(ViaType(), "viaInvalid");
+  expectRoundTrip(ViaType(ViaTypeEnum::viaIntfNextHop), "viaIntfNextHop");
+  expectRoundTrip(ViaType(ViaTypeEnum::viaNextHopOnly), "viaNextHopOnly");
+  expectRoundTrip(ViaType(ViaTypeEnum::viaIntfOnly), "viaIntfOnly");
   expectRoundTrip(ViaType(ViaTypeEnum::viaDefault), "viaDefault");
 }
 

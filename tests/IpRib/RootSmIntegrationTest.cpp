@@ -2,8 +2,9 @@
 // AgentBuilder: VRFs named before and after start, inputs appearing in every
 // order, containers following the ready sets, routes reaching the RIB through
 // them, the RIB's sequence trigger answered once reviews are done, a graceful
-// restart keeping the previous RIB until the first complete review, and a
-// teardown that leaves nothing mounted and nothing alive.
+// restart keeping the previous RIB until the first complete review, a mount
+// group that does not complete, and a teardown that leaves nothing mounted
+// and nothing alive.
 //
 //   VRF "red" (id 1) named before start, "blue" (id 2) after; protocol 2
 //   (static) with the multicast RIB; via i of a VRF has next hop 10.0.<i>.1.
@@ -112,11 +113,16 @@ TEST(RootSmIntegrationTest, StartRunAndStop) {
         ->viaMetricDel(Protocol::via(1, 7));
     EXPECT_EQ(redRib->route(Rib::RouteKey(1, IpGenPrefix("192.0.2.0/24"))), nullptr);
 
-    // Removing blue's name drops its container and cleans up its tables.
-    EXPECT_TRUE(w.root().vrfRibConfig(2, "rib", "ipv4"));
+    // Removing blue's name drops its container and its status, and cleans
+    // up its tables.
+    const Kel::Ptr<Rib::RouteConfig> blueRib = w.root().vrfRibConfig(2, "rib", "ipv4");
+    ASSERT_TRUE(blueRib);
+    blueRib->routeAdd(Rib::Route(Rib::RouteKey(2, IpGenPrefix("192.0.2.0/24"))));
     w.vrfDel("blue");
     EXPECT_EQ(w.container("blue", AddressFamily::ipv4), nullptr);
+    EXPECT_FALSE(w.root().routeStatusDir()->status(RouteStatusKey(2, AddressFamily::ipv4)));
     EXPECT_FALSE(w.root().vrfRibConfig(2, "rib", "ipv4"));
+    EXPECT_EQ(blueRib->routeSize(), 0u);
     EXPECT_FALSE(w.readyStatus("blue"));
 
     // Renumbering red moves its tables and rebuilds its containers on the new id.
@@ -139,8 +145,56 @@ TEST(RootSmIntegrationTest, StartRunAndStop) {
   EXPECT_EQ(afterRun[1], afterRun[0]);
 }
 
+TEST(RootSmIntegrationTest, AMountGroupThatDoesNotCompleteHoldsEverythingBackWithoutPolling) {
+  RootWorld w;
+  w.defaultVrfMetricsIs(true);
+  w.vrfIs("red", 1);
+  w.vrfInputsIs("red", 1);
+  // red's route table as an earlier run left it.
+  const auto rib = Kel::makePtr<Rib::RouteConfig>();
+  Rib::Route kept(Rib::RouteKey(1, IpGenPrefix("192.0.2.0/24")));
+  rib->routeAdd(kept);
+  const char* ribPath = "routing/rib/routeConfig/ipv4/1/staticConfig";
+  w.platform.stateDb->entityIs(ribPath, rib);
+  w.agent = AgentBuilder::AgentBuilderIs(w.config, w.platform);
+  w.agent->mountGroup()->heldIs(true);  // databases that never answer
+  w.agent->shmemMountGroup()->heldIs(true);
+  const size_t turns = w.settle();
+  w.time.time().advance(3600);
+  EXPECT_EQ(w.settle(), 0u) << "nothing polls while the mounts are pending";
+  EXPECT_LT(turns, 10u);
+  EXPECT_FALSE(w.agent->started());
+  EXPECT_EQ(w.agent->containerCount(), 0u);
+  EXPECT_TRUE(w.root().readyVrfIpv4().empty());
+  EXPECT_FALSE(w.readyStatus("red")) << "no VRF is evaluated";
+  EXPECT_EQ(w.platform.stateDb->mappingCount(ribPath), 0u);
+  EXPECT_EQ(rib->routeSize(), 1u);
+  // The databases answer at last, one, then the other: the start goes on
+  // from there.
+  w.agent->mountGroup()->heldIs(false);
+  w.settle();
+  EXPECT_FALSE(w.agent->started());
+  w.agent->shmemMountGroup()->heldIs(false);
+  w.settle();
+  EXPECT_TRUE(w.agent->started());
+  EXPECT_NE(w.container("red", AddressFamily::ipv4), nullptr);
+  EXPECT_EQ(w.root().vrfRibConfig(1, "rib", "ipv4"), rib);
+}
+
+// Plays a RIB side that writes its trigger into green's record as soon as
+// the record appears, before the root's own reactor on it is bound.
+class EagerRibSide final : public AllVrfRibSeqTrigger::Notifiee {
+ public:
+  void onVrfRibSeqTrigger(const L3::VrfName& name) override {
+    const Kel::Ptr<VrfRibSeqTrigger> t = notifier()->vrfRibSeqTrigger(name);
+    if (t && name == L3::VrfName("green")) t->ribReadySeqTriggerIs(9);
+  }
+};
+
 TEST(RootSmIntegrationTest, ARibSequenceTriggerIsAnsweredOnceBothReviewsAreComplete) {
   RootWorld w;
+  const auto eager = Kel::makePtr<EagerRibSide>();  // heard before the root
+  eager->notifierIs(w.platform.allVrfRibSeqTrigger.ptr());
   w.defaultVrfMetricsIs(true);
   w.vrfIs("red", 1);
   w.vrfInputsIs("red", 1);
@@ -163,6 +217,9 @@ TEST(RootSmIntegrationTest, ARibSequenceTriggerIsAnsweredOnceBothReviewsAreCompl
   w.vrfIs("blue", 2);
   w.platform.allVrfRibSeqTrigger->vrfRibSeqTrigger(L3::VrfName("blue"))->ribReadySeqTriggerIs(3);
   EXPECT_EQ(w.readyStatus("blue")->ribReadySeqStatus(), 3u);
+  // A trigger written before the root watched its record is answered too.
+  w.vrfIs("green", 3);
+  EXPECT_EQ(w.readyStatus("green")->ribReadySeqStatus(), 9u);
 }
 
 TEST(RootSmIntegrationTest, AGracefulRestartKeepsThePreviousRibUntilTheFirstCompleteReview) {

@@ -109,10 +109,21 @@ TEST(RootSmTest, PerVrfViaTablesClearTheDefaultVrfsAtStartAndSharedOnesDoNot) {
 
   ViaConfigLib::allVrfViaConfigIs("rib", "ipv4", "static", true);
   ViaConfigLib::allVrfViaConfigIs("rib", "ipv6", "static", true);
+  ViaConfigLib::allVrfViaConfigIs("rib", "evpn", "static", true);
+  RouteConfigLib::allVrfRouteConfigIs("rib", "ipv4", "static", true);
   const auto shared = Kel::makePtr<Rib::Ip::ViaConfig>();
   shared->viaIs(via, Rib::Via(Pando::IpGenAddr::fromV4(0x0a000001u)));
   w.platform.stateDb->entityIs("routing/rib/viaConfig/ipv4/staticConfig", shared);
+  const auto sharedEvpn = Kel::makePtr<Rib::Evpn::ViaConfig>();
+  const Rib::ViaKey evpnVia(Rib::ViaKey::kindEvpn, 0, RootWorld::staticProtocol, 1);
+  sharedEvpn->viaIs(evpnVia, Rib::Evpn::Via());
+  w.platform.stateDb->entityIs("routing/rib/viaConfig/evpn/staticConfig", sharedEvpn);
+  w.config.maxRoutes = 100;
+  w.config.maxVrfs = 4;
   w.start();
+  EXPECT_EQ(w.root().evpnConfig(), sharedEvpn);
+  EXPECT_TRUE(sharedEvpn->viaHas(evpnVia)) << "a shared EVPN via table is not cleared";
+  EXPECT_EQ(w.root().ipv4AllVrfRibConfig()->capacity(), 400u) << "room for every VRF";
   EXPECT_EQ(w.root().ipv4AllVrfViaConfig(), shared);
   EXPECT_EQ(w.root().ipv4DefaultVrfViaConfig(), shared);
   EXPECT_EQ(shared->viaSize(), 1u);
@@ -122,15 +133,29 @@ TEST(RootSmTest, PerVrfViaTablesClearTheDefaultVrfsAtStartAndSharedOnesDoNot) {
   w.vrfIs("red", 1);
   const Rib::ViaKey redVia(Rib::ViaKey::kindIpv4, 1, RootWorld::staticProtocol, 1);
   shared->viaIs(redVia, Rib::Via(Pando::IpGenAddr::fromV4(0x0a000002u)));
+  // The shared route table loses red's routes with red's container, and no other.
+  Rib::RouteConfig& routes = *w.root().ipv4AllVrfRibConfig();
+  routes.routeAdd(Rib::Route(Rib::RouteKey(1, Pando::IpGenPrefix("192.0.2.0/24"))));
+  routes.routeAdd(Rib::Route(Rib::RouteKey(2, Pando::IpGenPrefix("192.0.2.0/24"))));
   w.root().doCleanupContainer4(L3::VrfName("red"), 1);
+  EXPECT_EQ(routes.routeSize(), 1u);
+  EXPECT_TRUE(routes.route(Rib::RouteKey(2, Pando::IpGenPrefix("192.0.2.0/24"))));
   EXPECT_TRUE(shared->viaHas(redVia));
   shared->corruptionIs(2);  // the walk meets corruption twice, reports it, and goes on
   w.root().doDeleteViasForVrf(1, shared);
   EXPECT_FALSE(shared->viaHas(redVia));
   EXPECT_TRUE(shared->viaHas(via));
   EXPECT_EQ(shared->corruptionsDetected(), 2u);
+  // A table that stays corrupt is given up on: nothing deleted, no spin.
+  shared->viaIs(redVia, Rib::Via(Pando::IpGenAddr::fromV4(0x0a000002u)));
+  shared->corruptionIs(1000);
+  w.root().doDeleteViasForVrf(1, shared);
+  EXPECT_TRUE(shared->viaHas(redVia));
+  EXPECT_EQ(shared->corruptionsDetected(), 2u + RootSm::maxCorruptReads);
+  shared->corruptionIs(0);
   w.agent = nullptr;
   ViaConfigLib::allVrfViaConfigReset();
+  RouteConfigLib::allVrfRouteConfigReset();
 }
 
 TEST(RootSmTest, TheInterfaceCheckIsOffWhenTheVariableExistsEvenEmpty) {
@@ -188,6 +213,15 @@ TEST(RootSmTest, EachMissingInputHoldsTheVrfBackAndIsNamed) {
   w.loopingIs(0, "red", true);
   EXPECT_TRUE(w.root().readyVrfIpv4Has(L3::VrfName("red")));
   EXPECT_TRUE(traces.has("Attempt to create container sm for vrf red"));
+  // Evaluated again, a ready VRF stays ready: nobody hears of it.
+  struct Counter : ReadyVrfSets::Notifiee {
+    int calls = 0;
+    void onReadyVrfIpv4(const L3::VrfName&) override { ++calls; }
+  };
+  const auto counter = Kel::makePtr<Counter>();
+  counter->notifierIs(w.root().readyVrfSets().ptr());
+  w.root().setReadyVrf(L3::VrfName("red"));
+  EXPECT_EQ(counter->calls, 0);
   // A transport the VRF lacks is named by number.
   w.metrics->viaMetricStatusByTransportIs(9);
   traces.capture.clear();
@@ -240,6 +274,20 @@ TEST(RootSmTest, TheVrfIdTableIsReadAgainAfterCorruption) {
   w.vrfIds->vrfEntryIs(1, L3::VrfName("red"));
   EXPECT_EQ(w.vrfIds->corruptionsDetected(), 3u);
   EXPECT_TRUE(w.root().readyVrfIpv4Has(L3::VrfName("red")));
+  // A table that stays corrupt is given up on for the trigger, each read
+  // reported: red keeps its state although its metric table went.
+  w.vrfIds->corruptionIs(1000);
+  w.metricIs(false, 1, Rib::Transport::ipv4, false);
+  const uint32_t reported = w.vrfIds->corruptionsDetected() - 3;
+  EXPECT_GT(reported, 0u);
+  EXPECT_EQ(reported % RootSm::maxCorruptReads, 0u);
+  EXPECT_TRUE(
+      traces.has("vrfEntry(1), still corrupt: corruption detected in Vrf::VrfIdMap::Status"));
+  EXPECT_TRUE(w.root().readyVrfIpv4Has(L3::VrfName("red")));
+  // Repaired, the next trigger is read through.
+  w.vrfIds->corruptionIs(0);
+  w.metricIs(false, 1, Rib::Transport::ipv6, false);
+  EXPECT_FALSE(w.root().readyVrfIpv4Has(L3::VrfName("red")));
   // A stored name longer than its buffer is the platform's invalid-size error.
   EXPECT_THROW(w.vrfIds->vrfEntryRawIs(1, std::string(140, 'x')), Kel::InvalidSizeError);
 }

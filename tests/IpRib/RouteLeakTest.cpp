@@ -73,7 +73,13 @@ TEST(RouteLeakValueTest, OrderIsByVrfIdThenFamily) {
 }
 
 TEST(RouteLeakValueTest, HoldersKeepALeakRouteTheDirectoryDropped) {
+  struct Counter : LeakRouteDir::Notifiee {
+    int calls = 0;
+    void onLeakRoute(const Routing::RouteKey&) override { ++calls; }
+  };
   auto dir = leakRouteDirFactory();
+  const auto counter = Kel::makePtr<Counter>();
+  counter->notifierIs(dir.ptr());
   auto list = leakRouteListFactory(VrfPairAf(1, 2, v4));
   auto config = leakRouteConfigFactory(VrfIdAf(2, v4));
   const Kel::Ptr<const Routing::Route> route = RouteLeakWorld::route("10.1.0.0/16", 1, "blue");
@@ -83,6 +89,8 @@ TEST(RouteLeakValueTest, HoldersKeepALeakRouteTheDirectoryDropped) {
   const LeakRoute* raw = lr.ptr();
   const_cast<Kel::Ptr<LeakRoute>&>(lr) = nullptr;
   dir->leakRouteDel(p1);
+  dir->leakRouteDel(p1);
+  EXPECT_EQ(counter->calls, 2) << "filed, then gone";
   EXPECT_EQ(list->leakRoute(p1).ptr(), raw);
   EXPECT_EQ(raw->references(), 2u);
   list->leakRouteDel(p1);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ostream>
 
+#include "platform/Routing/Rib/Brisk/ViaSet.h"
 #include "platform/Routing/Rib/Transport.h"
 
 namespace Routing::Protocol::Test {
@@ -46,9 +47,9 @@ bool validVia(const SelectionInputs& in, const Pando::IpGenPrefix& prefix, Route
 // type is the most preferred; the walk stops at the first type that yields a
 // via, and a later type yields only vias that some route tracks by BFD. The
 // first labelled via found drops the unlabelled ones found before it and
-// shuts out those after it.
+// shuts out those after it. One via more than a via set holds sets `overflow`.
 std::vector<Candidate> viasOf(const SelectionInputs& in, const Pando::IpGenPrefix& prefix,
-                              const RoutePref& routePref) {
+                              const RoutePref& routePref, bool& overflow) {
   const RoutePreference pref = routePref.preference();
   std::vector<Candidate> chosen;
   bool labelledOnly = false;
@@ -68,6 +69,10 @@ std::vector<Candidate> viasOf(const SelectionInputs& in, const Pando::IpGenPrefi
       }
       if (labelledOnly && !labelled(in, via)) continue;
       if (!mostPreferred && bfdEntryOf(in, via) == nullptr) continue;
+      if (chosen.size() == Rib::Brisk::ViaSet::maxVias) {
+        overflow = true;
+        return {};
+      }
       chosen.push_back({via, entry->metric()});
       typeYielded = true;
     }
@@ -86,7 +91,10 @@ Expectation expectedRoute(const SelectionInputs& in, const Pando::IpGenPrefix& p
 
   // The most preferred preference that yields a via, or may go without.
   for (const Kel::Ptr<RoutePref>& routePref : route->routePref()) {
-    std::vector<Candidate> chosen = viasOf(in, prefix, *routePref);
+    bool overflow = false;
+    std::vector<Candidate> chosen = viasOf(in, prefix, *routePref, overflow);
+    // The evaluation is abandoned: no preference, however far down, wins.
+    if (overflow) return {Expectation::Kind::unknown, {}};
     uint32_t flags = 0;
     if (chosen.empty()) {
       if (routePref->fecType() != fecTypeInstallWithoutVia) continue;

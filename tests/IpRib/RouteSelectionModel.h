@@ -48,7 +48,7 @@ std::ostream& operator<<(std::ostream& os, const ModelRoute& r);
 struct Expectation {
   enum class Kind : uint8_t {
     absent,   // no RIB route
-    unknown,  // the route is not ready: the RIB keeps whatever it had
+    unknown,  // not ready, or more vias than a via set holds: the RIB keeps whatever it had
     route,    // exactly `route`
   };
   Kind kind = Kind::absent;

@@ -316,19 +316,30 @@ TEST(RouteStatusDirTest, StatusIsReplacesByKeyAndNotifies) {
   EXPECT_EQ(w->keys.size(), 3u);
 }
 
-TEST(RouteByViaKeyTest, IndexesRoutePreferencesOnce) {
-  RouteByViaKey index(via(4));
+TEST(RouteByViaKeyTest, IndexesRoutePreferencesOnceAndNotifiesEachChangeOnce) {
+  struct Counter : RouteByViaKey::Notifiee {
+    int calls = 0;
+    void onRoute(const PrefixPrefVrfId&) override { ++calls; }
+  };
+  const auto index = Kel::makePtr<RouteByViaKey>(via(4));
+  const auto counter = Kel::makePtr<Counter>();
+  counter->notifierIs(index.ptr());
   const PrefixPrefVrfId a(IpGenPrefix("10.0.0.0/8"), 1, 0), b(IpGenPrefix("10.0.0.0/8"), 2, 0);
-  index.routeIs(a);
-  index.routeIs(a);
-  index.routeIs(b);
-  EXPECT_EQ(index.routeSize(), 2u);
-  EXPECT_TRUE(index.routeHas(b));
-  index.routeDel(b);
-  EXPECT_FALSE(index.routeHas(b));
-  index.routeDelAll();
-  EXPECT_EQ(index.routeSize(), 0u);
-  EXPECT_EQ(index.viaKey(), via(4));
+  index->routeIs(a);
+  index->routeIs(a);
+  index->routeIs(b);
+  EXPECT_EQ(index->routeSize(), 2u);
+  EXPECT_EQ(counter->calls, 2) << "filing an element again changes nothing";
+  EXPECT_TRUE(index->routeHas(b));
+  index->routeDel(b);
+  index->routeDel(b);
+  EXPECT_FALSE(index->routeHas(b));
+  EXPECT_EQ(counter->calls, 3);
+  index->routeIs(b);
+  index->routeDelAll();
+  EXPECT_EQ(index->routeSize(), 0u);
+  EXPECT_EQ(counter->calls, 6);
+  EXPECT_EQ(index->viaKey(), via(4));
 }
 
 }  // namespace

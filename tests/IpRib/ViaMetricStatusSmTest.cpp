@@ -562,7 +562,7 @@ const std::vector<std::pair<Event, int>> eventWeights = {
     {Event::viaDelRaw, 4},  {Event::viaReplace, 4},     {Event::statusDel, 1},
     {Event::statusAdd, 2},  {Event::statusReplace, 1},  {Event::restart, 1},
     {Event::metricSet, 10}, {Event::metricForeign, 3},  {Event::metricDel, 4},
-    {Event::generation, 2}, {Event::metricTableDel, 1},
+    {Event::generation, 2}, {Event::metricTableDel, 2},
 };
 
 class RandomWalk {
@@ -695,11 +695,28 @@ class RandomWalk {
         table->doBumpGeneration();
         return out;
       }
-      case Event::metricTableDel:
-        if (auto byTransport = w_.metrics->viaMetricStatusByTransport(k.vrfId())) {
+      case Event::metricTableDel: {
+        // The tables of a transport, or of the whole VRF: their vias count
+        // as removed.
+        const auto byTransport = w_.metrics->viaMetricStatusByTransport(k.vrfId());
+        if (!byTransport) return {};
+        const bool wholeVrf = rng_() % 2 == 0;
+        std::set<RouteId> out;
+        for (const auto& byProtocol : byTransport->viaMetricStatusByProtocol()) {
+          if (!wholeVrf && byProtocol->kind() != k.kind()) continue;
+          for (const auto& table : byProtocol->viaMetricStatus()) {
+            for (const Rib::ViaMetricStatus::Entry& e : table->viaMetric()) {
+              out.merge(routesUsing(before, e.viaKey));
+            }
+          }
+        }
+        if (wholeVrf) {
+          w_.metrics->viaMetricStatusByTransportDel(k.vrfId());
+        } else {
           byTransport->viaMetricStatusByProtocolDel(k.kind());
         }
-        return {};
+        return out;
+      }
       default:
         break;
     }

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <set>
 #include <vector>
 
 #include "Kel/Pool.h"
@@ -30,6 +32,15 @@ TEST(PoolTest, BlocksAreCountedByRequestAndReusedWithinTheirClass) {
   Kel::Pool::deallocate(b, 40);
   EXPECT_EQ(Kel::Pool::usage().requested, before.requested);
   EXPECT_EQ(Kel::Pool::usage().held, before.held);
+
+  // Every block freed in a class is used again before a new one is carved.
+  void* freed[3];
+  for (void*& p : freed) p = Kel::Pool::allocate(24);
+  for (void* p : freed) Kel::Pool::deallocate(p, 24);
+  std::set<void*> again;
+  for (int i = 0; i < 3; ++i) again.insert(Kel::Pool::allocate(24));
+  EXPECT_EQ(again, std::set<void*>(std::begin(freed), std::end(freed)));
+  for (void* p : again) Kel::Pool::deallocate(p, 24);
 
   void* large = Kel::Pool::allocate(Kel::Pool::largest + 1);
   EXPECT_EQ(Kel::Pool::usage().held, before.held) << "large blocks come from the heap";

@@ -171,6 +171,29 @@ TEST_F(MountGroupTest, HeldGroupWaitsAndAMountAskedOnCompletionWaitsForItsTurn) 
   EXPECT_TRUE(mg_->complete());
   EXPECT_TRUE(em_->getEntity<Ip6::Status>("ip6/status"));
   EXPECT_EQ(watch_->completions, 2);
+
+  // A reader that asks for more as a path is published: the group is not
+  // complete until that request is done too.
+  struct AskOnPublish : Cairn::EntityManager::Notifiee {
+    void onEntity(const Kel::String& path) override {
+      if (path.view() == "vrf/vrfNameStatus") {
+        mg->doMount(Cairn::Mount("ip/status", "Ip::Status", "r"));
+        mg->doMount(Cairn::Mount("routing/rib/loopingRouteStatus",
+                                 "Routing::Rib::LoopingRouteStatusByVrf", "r"));
+      }
+    }
+    Cairn::MountGroup* mg = nullptr;
+  };
+  auto ask = Kel::makePtr<AskOnPublish>();
+  ask->mg = mg_.ptr();
+  ask->notifierIs(em_.ptr());
+  mg_->doMount(Cairn::Mount("vrf/vrfNameStatus", "Vrf::VrfIdMap::NameToIdMapWrapper", "r"));
+  EXPECT_EQ(loop_.runOnce(), 1u);
+  EXPECT_FALSE(mg_->complete());
+  EXPECT_EQ(watch_->completions, 2);
+  loop_.runUntilQuiet();
+  EXPECT_TRUE(mg_->complete());
+  EXPECT_EQ(watch_->completions, 3);
 }
 
 TEST_F(MountGroupTest, RequestsAreCheckedAndAnotherTypeIsLeftAlone) {
