@@ -1,0 +1,263 @@
+#include "tests/system/SystemCheck.h"
+
+#include <set>
+#include <sstream>
+
+#include "platform/Flipset/Flipset.h"
+#include "tests/IpRib/RouteSelectionModel.h"
+
+namespace Routing::Protocol::Test {
+
+namespace {
+
+using Kind = ReadyVrfSets::Kind;
+
+std::string show(const std::set<std::string>& names) {
+  std::string out = "{";
+  for (const std::string& n : names) out += (out.size() > 1 ? " " : "") + n;
+  return out + "}";
+}
+
+std::string readySetsDifference(const RootSm& root, const LifecycleModel& model) {
+  static constexpr Kind kinds[familyCount] = {Kind::ipv4, Kind::ipv6, Kind::mcIpv4, Kind::mcIpv6};
+  for (int f = 0; f < familyCount; ++f) {
+    std::set<std::string> real;
+    for (const L3::VrfName& n : root.readyVrfSets()->set(kinds[f])) real.emplace(n.value());
+    if (real != model.ready(f)) {
+      return "ready set " + std::to_string(f) + " is " + show(real) + ", the model's " +
+             show(model.ready(f));
+    }
+  }
+  return "";
+}
+
+std::string recordsDifference(const AgentPlatform& platform, const LifecycleModel& model) {
+  const AllVrfReadyStatus& statuses = *platform.allVrfReadyStatus;
+  const AllVrfRibSeqTrigger& triggers = *platform.allVrfRibSeqTrigger;
+  std::set<std::string> real, realTriggers, expected;
+  for (const auto& s : statuses.vrfReadyStatus()) real.emplace(s->vrfName().value());
+  for (const auto& t : triggers.vrfRibSeqTrigger()) realTriggers.emplace(t->vrfName().value());
+  for (const auto& [name, record] : model.records()) expected.insert(name);
+  if (real != expected || realTriggers != expected) {
+    return "records " + show(real) + ", triggers " + show(realTriggers) + ", the model's " +
+           show(expected);
+  }
+  for (const auto& [name, m] : model.records()) {
+    const VrfReadyStatus& s = *statuses.vrfReadyStatus(L3::VrfName(name));
+    std::ostringstream is, should;
+    is << s.v4RoutesReady() << s.v6RoutesReady() << " seq " << s.ribReadySeqStatus() << " review "
+       << s.v4RouteReviewComplete() << s.v6RouteReviewComplete() << " trigger "
+       << triggers.vrfRibSeqTrigger(L3::VrfName(name))->ribReadySeqTrigger();
+    should << m.routesReady[0] << m.routesReady[1] << " seq " << m.ribReadySeqStatus << " review "
+           << m.routeReviewComplete[0] << m.routeReviewComplete[1] << " trigger "
+           << m.ribReadySeqTrigger;
+    if (is.str() != should.str()) {
+      return "record of " + name + ": ready " + is.str() + ", the model's ready " + should.str();
+    }
+  }
+  return "";
+}
+
+std::string containersDifference(IpRibAgent::World& world, const LifecycleModel& model) {
+  std::map<LifecycleModel::ContainerKey, LifecycleModel::Id> real, expected;
+  for (const IpRibAgent::World::ContainerRef& c : world.containers()) {
+    const int af = c.af == Pando::AddressFamily::ipv4 ? 0 : 1;
+    real.emplace(
+        LifecycleModel::ContainerKey(std::string(c.vrf.value()), familyOf(c.multicast, af)),
+        c.vrfId);
+  }
+  for (const auto& [key, c] : model.containers()) expected.emplace(key, c.vrfId);
+  if (real == expected) return "";
+  std::ostringstream os;
+  os << "containers";
+  for (const auto& [key, id] : real) os << " " << key.first << "/" << key.second << "@" << id;
+  os << "; the model's";
+  for (const auto& [key, id] : expected) os << " " << key.first << "/" << key.second << "@" << id;
+  return os.str();
+}
+
+// A route is told of a change when it lists a via key whose metric entry
+// changed.
+bool listsAny(const Route& route, const std::set<Rib::ViaKey>& vias) {
+  if (vias.empty()) return false;
+  for (const Kel::Ptr<RoutePref>& pref : route.routePref()) {
+    for (const Kel::Ptr<DedupViaKeyByViaType>& byType : pref->dedupViaKeyByViaType()) {
+      for (const Kel::Ptr<DedupViaKeyMetric>& entry : byType->dedupViaKey()) {
+        if (vias.count(entry->viaKey()) != 0) return true;
+      }
+    }
+  }
+  return false;
+}
+
+// Every via set of the RIB's table is used by a route of a current container.
+std::string viaSetsDifference(IpRibAgent::World& world) {
+  const Rib::ViaSetConfig* sets = world.viaSetConfig();
+  std::set<const Rib::ViaSetEntry*> used;
+  for (const Rib::RouteConfig* table : world.ribTables()) {
+    for (const Rib::Route& r : table->route()) {
+      if (r.viaSet() && sets->viaSet(r.viaSet()->id()) == r.viaSet()) used.insert(r.viaSet().ptr());
+    }
+  }
+  if (used.size() == sets->size()) return "";
+  return "the RIB's via set table holds " + std::to_string(sets->size()) + " sets, routes use " +
+         std::to_string(used.size());
+}
+
+}  // namespace
+
+// The RIB routes of one unicast container's VRF and family.
+std::string SystemCheck::ribDifference(SystemRun& run, const std::string& name, int af,
+                                       bool reviewed, bool everything) {
+  IpRibAgent::World& world = run.world();
+  const Pando::AddressFamily family =
+      af == 0 ? Pando::AddressFamily::ipv4 : Pando::AddressFamily::ipv6;
+  const ContainerSm& c = *world.container(L3::VrfName(name), family);
+  const Status& status = *c.status();
+  const Rib::RouteConfig& rib = *c.ribConfig();
+  const std::string who = name + " " + (af == 0 ? "ipv4" : "ipv6");
+
+  // The protocol's configuration is what the Status holds.
+  std::set<Pando::IpGenPrefix> configured, touched;
+  for (const auto& [key, prefs] : run.routes()) {
+    const auto& [vrf, routeAf, index] = key;
+    if (vrf == name && routeAf == af)
+      configured.insert(Pando::IpGenPrefix(run.prefixText(af, index)));
+  }
+  for (const auto& [vrf, routeAf, index] : run.touched()) {
+    if (vrf == name && routeAf == af) touched.insert(Pando::IpGenPrefix(run.prefixText(af, index)));
+  }
+  if (configured.size() != status.routeSize()) {
+    return "the Status of " + who + " holds " + std::to_string(status.routeSize()) + " prefixes, " +
+           std::to_string(configured.size()) + " configured";
+  }
+  const SelectionInputs in{status,
+                           *c.viaMetricStatusByVrf(),
+                           *c.ipViaConfig(),
+                           *c.auxIpViaConfig(),
+                           *world.rootSm()->nhdGraph(),
+                           *world.platform().bfdList(),
+                           Flipset::getToggleState("StaticRouteMetric"),
+                           c.vrfId(),
+                           family};
+  for (const Pando::IpGenPrefix& prefix : configured) {
+    const Kel::Ptr<Route> route = status.route(prefix);
+    if (!route) return "the Status of " + who + " lacks a configured prefix";
+    const Prefix key(name, af, prefix);
+    auto it = expected_.find(key);
+    if (everything || it == expected_.end() || touched.count(prefix) != 0 ||
+        changedSessions_.count(prefix) != 0 || listsAny(*route, changedVias_)) {
+      it = expected_.insert_or_assign(key, expectedRoute(in, prefix)).first;
+    }
+    const Expectation& e = it->second;
+    const Rib::Route* r = rib.route(Rib::RouteKey(c.vrfId(), prefix));
+    std::ostringstream os;
+    os << who << " " << prefix << ": ";
+    if (e.kind == Expectation::Kind::absent && r != nullptr) {
+      os << "in the RIB as " << modelRouteOf(*r) << ", the model has none";
+      return os.str();
+    }
+    if (e.kind != Expectation::Kind::route) continue;
+    if (r == nullptr) {
+      os << "not in the RIB, the model has " << e.route;
+      return os.str();
+    }
+    if (!(modelRouteOf(*r) == e.route)) {
+      os << "in the RIB as " << modelRouteOf(*r) << ", the model has " << e.route;
+      return os.str();
+    }
+  }
+  if (!reviewed) return "";
+  for (const Rib::Route& r : rib.route()) {
+    if (r.key().vrfId() != c.vrfId() || r.key().prefix().af() != family) continue;
+    if (configured.count(r.key().prefix()) == 0) {
+      std::ostringstream os;
+      os << who << " " << r.key().prefix() << ": in the RIB without a route in the Status";
+      return os.str();
+    }
+  }
+  return "";
+}
+
+std::string SystemCheck::afterStep(SystemRun& run) {
+  if (!run.refused().empty()) return "refused " + run.refused();
+  IpRibAgent::World& world = run.world();
+  const LifecycleModel& model = run.lifecycle();
+
+  // The inputs routes are told about, against the last quiet moment.
+  std::map<Rib::ViaKey, Rib::ViaMetric> metrics;
+  for (const auto& byTransport : world.platform()
+                                     .viaMetricStatusByVrf(IpRibAgent::RibKind::unicast)
+                                     ->viaMetricStatusByTransport()) {
+    for (const auto& byProtocol : byTransport->viaMetricStatusByProtocol()) {
+      for (const auto& table : byProtocol->viaMetricStatus()) {
+        for (const auto& entry : table->viaMetric()) metrics.emplace(entry.viaKey, entry.viaMetric);
+      }
+    }
+  }
+  changedVias_.clear();
+  for (const auto& [key, metric] : metrics) {
+    const auto old = metrics_.find(key);
+    if (old == metrics_.end() || !(old->second == metric)) changedVias_.insert(key);
+  }
+  for (const auto& [key, metric] : metrics_) {
+    if (metrics.count(key) == 0) changedVias_.insert(key);
+  }
+  metrics_ = std::move(metrics);
+  std::map<std::string, Session> sessions;
+  for (const auto& entry : world.platform().bfdList()->route()) {
+    std::ostringstream key;
+    key << entry->key();
+    Session& s = sessions[key.str()];
+    s.up = entry->status();
+    s.resolved = entry->resolvedIntf();
+    bool anyIntf = false;
+    s.resolvedAsMade = false;
+    for (const auto& dependant : entry->dependantRoute()) {
+      s.dependants.insert(dependant->routeKey().prefix());
+      for (const Routing::Via& via : dependant->trackedVia()) {
+        anyIntf |= !via.intf().isEmpty();
+        s.resolvedAsMade |= via.intf() == s.resolved;
+      }
+    }
+    if (s.resolved.isEmpty()) s.resolvedAsMade = !anyIntf;
+  }
+  changedSessions_.clear();
+  for (const auto& [key, s] : sessions) {
+    const auto old = sessions_.find(key);
+    // A new entry starts down, on the interface of the via that made it.
+    const bool changed = old == sessions_.end()
+                             ? s.up || !s.resolvedAsMade
+                             : old->second.up != s.up || !(old->second.resolved == s.resolved);
+    if (!changed) continue;
+    changedSessions_.insert(s.dependants.begin(), s.dependants.end());
+    if (old != sessions_.end()) {
+      changedSessions_.insert(old->second.dependants.begin(), old->second.dependants.end());
+    }
+  }
+  sessions_ = std::move(sessions);
+
+  std::string d = readySetsDifference(*world.rootSm(), model);
+  if (d.empty()) d = recordsDifference(world.agentPlatform(), model);
+  if (d.empty()) d = containersDifference(world, model);
+  if (!d.empty()) return d;
+  std::map<LifecycleModel::ContainerKey, std::pair<uint64_t, bool>> containers;
+  std::set<Prefix> current;
+  for (const auto& [key, c] : model.containers()) {
+    if (multicastOf(key.second)) continue;
+    const std::pair<uint64_t, bool> now(c.serial, c.statusInitialized);
+    containers.emplace(key, now);
+    // A container built, or reviewing its Status for the first time, evaluates every route.
+    const auto old = containers_.find(key);
+    const bool everything = old == containers_.end() || old->second != now;
+    d = ribDifference(run, key.first, afOf(key.second), c.statusInitialized, everything);
+    if (!d.empty()) return d;
+  }
+  containers_ = std::move(containers);
+  std::erase_if(expected_, [&](const auto& e) {
+    return containers_.count({std::get<0>(e.first), familyOf(false, std::get<1>(e.first))}) == 0;
+  });
+  return viaSetsDifference(world);
+}
+
+}  // namespace Routing::Protocol::Test

@@ -1,0 +1,63 @@
+// Holds the whole system against the model of a SystemRun at each quiet
+// moment: the four ready sets, every readiness record and RIB sequence
+// trigger, the containers (and the VRF id each was built on), for every
+// unicast container the RIB routes of its VRF and family, and every via set
+// of the RIB's table used by some route.
+//
+// A RIB route is what route selection (RouteSelectionModel) computes from
+// the inputs as they were when the route was last evaluated, and a route is
+// evaluated only when something it is told about changes: its own
+// preferences, an entry of the via metric tables for a via key it lists,
+// the state of a BFD session whose entry lists its prefix and preference
+// (in any VRF; an entry made since the last quiet moment counts as changed
+// when the BFD agent has written it), or its container's build and first
+// review. An input that
+// changes without telling it (a BFD entry made or dropped for a next hop it
+// uses without tracking it, say) leaves the route as it was. So the check
+// watches the inputs between quiet moments, re-computes the routes so told,
+// and keeps the others' last answers. Routes without a source go with the
+// first complete review.
+//
+// afterStep returns the first difference found, in words, or an empty
+// string. Costs: one walk of the VRFs, containers, their routes, the via
+// metric tables and the BFD entries.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <tuple>
+#include <utility>
+
+#include "tests/IpRib/RouteSelectionModel.h"
+#include "tests/system/SystemRun.h"
+
+namespace Routing::Protocol::Test {
+
+class SystemCheck {
+ public:
+  std::string afterStep(SystemRun& run);
+
+ private:
+  using Prefix = std::tuple<std::string, int, Pando::IpGenPrefix>;  // VRF, af, prefix
+  struct Session {
+    bool up;
+    Pando::IntfId resolved;
+    bool resolvedAsMade;  // the interface a tracked via gave the entry when it was made
+    std::set<Pando::IpGenPrefix> dependants;
+    friend bool operator==(const Session&, const Session&) = default;
+  };
+
+  std::string ribDifference(SystemRun& run, const std::string& name, int af, bool reviewed,
+                            bool everything);
+
+  std::map<Rib::ViaKey, Rib::ViaMetric> metrics_;
+  std::map<std::string, Session> sessions_;  // by BFD status key, as text
+  std::map<LifecycleModel::ContainerKey, std::pair<uint64_t, bool>> containers_;
+  std::map<Prefix, Expectation> expected_;
+  // What changed since the last quiet moment.
+  std::set<Rib::ViaKey> changedVias_;
+  std::set<Pando::IpGenPrefix> changedSessions_;
+};
+
+}  // namespace Routing::Protocol::Test
