@@ -145,8 +145,10 @@ std::string SystemCheck::ribDifference(SystemRun& run, const std::string& name, 
     if (!route) return "the Status of " + who + " lacks a configured prefix";
     const Prefix key(name, af, prefix);
     auto it = expected_.find(key);
-    if (everything || it == expected_.end() || touched.count(prefix) != 0 ||
-        changedSessions_.count(prefix) != 0 || listsAny(*route, changedVias_)) {
+    const bool told = everything || it == expected_.end() || touched.count(prefix) != 0;
+    if (!told && newSessions_.count(prefix) != 0) {
+      it = expected_.insert_or_assign(key, Expectation{Expectation::Kind::unknown, {}}).first;
+    } else if (told || changedSessions_.count(prefix) != 0 || listsAny(*route, changedVias_)) {
       it = expected_.insert_or_assign(key, expectedRoute(in, prefix)).first;
     }
     const Expectation& e = it->second;
@@ -223,13 +225,18 @@ std::string SystemCheck::afterStep(SystemRun& run) {
     if (s.resolved.isEmpty()) s.resolvedAsMade = !anyIntf;
   }
   changedSessions_.clear();
+  newSessions_.clear();
   for (const auto& [key, s] : sessions) {
     const auto old = sessions_.find(key);
-    // A new entry starts down, on the interface of the via that made it.
-    const bool changed = old == sessions_.end()
-                             ? s.up || !s.resolvedAsMade
-                             : old->second.up != s.up || !(old->second.resolved == s.resolved);
-    if (!changed) continue;
+    if (old == sessions_.end()) {
+      // A new entry starts down, on the interface of the via that made it,
+      // and the BFD agent writes it as it hears of it: the routes of its
+      // prefixes hear of that or not depending on who heard of the entry
+      // first, and on which of them were listed by then.
+      if (s.up || !s.resolvedAsMade) newSessions_.insert(s.dependants.begin(), s.dependants.end());
+      continue;
+    }
+    if (old->second.up == s.up && old->second.resolved == s.resolved) continue;
     changedSessions_.insert(s.dependants.begin(), s.dependants.end());
     if (old != sessions_.end()) {
       changedSessions_.insert(old->second.dependants.begin(), old->second.dependants.end());

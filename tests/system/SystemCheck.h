@@ -9,9 +9,10 @@
 // evaluated only when something it is told about changes: its own
 // preferences, an entry of the via metric tables for a via key it lists,
 // the state of a BFD session whose entry lists its prefix and preference
-// (in any VRF; an entry made since the last quiet moment counts as changed
-// when the BFD agent has written it), or its container's build and first
-// review. An input that
+// (in any VRF), or its container's build and first review. The routes of
+// an entry's prefixes that the BFD agent wrote as it was made may or may
+// not have heard of it (that depends on the order of the entry's watchers):
+// they are not judged until something tells them of a change again. An input that
 // changes without telling it (a BFD entry made or dropped for a next hop it
 // uses without tracking it, say) leaves the route as it was. So the check
 // watches the inputs between quiet moments, re-computes the routes so told,
@@ -58,6 +59,7 @@ class SystemCheck {
   // What changed since the last quiet moment.
   std::set<Rib::ViaKey> changedVias_;
   std::set<Pando::IpGenPrefix> changedSessions_;
+  std::set<Pando::IpGenPrefix> newSessions_;  // of entries made and written since
 };
 
 }  // namespace Routing::Protocol::Test
