@@ -5,7 +5,7 @@ JOBS ?= $(shell nproc)
 # Debian packages the agent needs beyond the compiler, CMake and GoogleTest.
 AGENT_PACKAGES := nlohmann-json3-dev libreadline-dev
 
-.PHONY: all deps demo test bench asan clean format
+.PHONY: all deps demo test bench asan soak clean format
 
 all: deps $(BUILD)/Makefile
 	cmake --build $(BUILD) -j $(JOBS)
@@ -43,6 +43,16 @@ asan: deps
 	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DIPRIB_SANITIZE=ON
 	cmake --build build-asan -j $(JOBS)
 	cd build-asan && ctest --output-on-failure -j $(JOBS)
+
+# Ten million random events through the whole system, then the churned
+# system against a fresh start with the same inputs (SEED and EVENTS to vary).
+SEED ?= 1
+EVENTS ?= 10000000
+soak: deps
+	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DIPRIB_BENCH=ON
+	cmake --build build-bench -j $(JOBS) --target soak
+	uptime
+	build-bench/tests/soak --seed $(SEED) --events $(EVENTS)
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

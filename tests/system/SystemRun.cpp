@@ -81,6 +81,12 @@ void SystemRun::step() {
   touched_.clear();
   uint64_t builds = 0;
   for (const auto& [key, c] : model_.containers()) builds = std::max(builds, c.serial);
+  if (pick(1000000) < uint64_t(config_.restartsPerMillion)) {
+    restartEvent();
+    run("settle");
+    ++events_;
+    return;
+  }
   const uint64_t r = pick(1000);
   if (r < 60) {
     vrfEvent();
@@ -103,8 +109,6 @@ void SystemRun::step() {
       run("ready-verification start");
       model_.startReadyVerificationIs(true);
     }
-  } else if (r < 993) {
-    restartEvent();
   } else {
     initializedEvent();
   }
@@ -356,6 +360,26 @@ void SystemRun::intfIs(const std::string& name, int af, bool on) {
 
 // ------------------------------------------------------------ fresh start
 
+std::vector<std::string> SystemRun::closingPass() const {
+  std::vector<std::string> out;
+  const char* evpnOrV4 = model_.metric(false, 0, 0) ? " on" : " off";
+  out.push_back("vrf-input default metric ipv4 off");
+  out.push_back(std::string("vrf-input default metric ipv4") + evpnOrV4);
+  for (const auto& [name, bare] : bare_) {
+    for (const bool multicast : {false, true}) {
+      for (int af = 0; af < 2; ++af) {
+        const std::string line =
+            "vrf-input " + name + " looping " + afText[af] + (multicast ? " mrib" : "");
+        const bool present = model_.looping(familyOf(multicast, af), name);
+        out.push_back(line + (present ? " off" : " on"));
+        out.push_back(line + (present ? " on" : " off"));
+      }
+    }
+  }
+  out.push_back("settle");
+  return out;
+}
+
 std::vector<std::string> SystemRun::freshStartScript() const {
   std::vector<std::string> out = {"protocol static"};
   if (model_.config().intfCheckOff) out.push_back("env IP_INTF_CHECK_NOT_NEEDED");
@@ -386,7 +410,11 @@ std::vector<std::string> SystemRun::freshStartScript() const {
     out.push_back("interface " + name + " " + intf + " " + afText[af] + " routing " +
                   (routing ? "on" : "off"));
   }
-  for (const auto& [key, line] : metrics_) out.push_back(line);
+  // The platform keeps the metrics of a VRF it no longer has; a script
+  // gives them for declared VRFs only.
+  for (const auto& [key, line] : metrics_) {
+    if (bare_.count(std::get<0>(key)) != 0) out.push_back(line);
+  }
   for (const auto& [nh, line] : bfd_) out.push_back(line);
   for (const auto& [key, prefs] : routes_) {
     for (const auto& [pref, line] : prefs) out.push_back(line);

@@ -41,6 +41,7 @@ struct SystemConfig {
   uint64_t seed = 1;
   int vrfs = 6;       // besides "default"
   int prefixes = 10;  // per VRF and family
+  int restartsPerMillion = 3000;
   bool keepScript = true;
 };
 
@@ -75,6 +76,14 @@ class SystemRun {
   // The lines that declare today's inputs and routes in a new agent, then
   // start it and mark every family initialized.
   std::vector<std::string> freshStartScript() const;
+  // Lines that leave every ready set as the inputs say, whatever the past:
+  // the default VRF's metric table touched (the others read it afresh when
+  // next evaluated), then every family of every VRF re-evaluated by taking
+  // its looping-route status away and back.
+  std::vector<std::string> closingPass() const;
+  void runLines(const std::vector<std::string>& lines) {
+    for (const std::string& line : lines) run(line);
+  }
 
  private:
   // ------------------------------------------------------------ lines

@@ -1,0 +1,150 @@
+// soak: drives a long random event stream through the whole system (the
+// agent's command language, the same stream as the whole-system test: VRFs
+// declared, renumbered and removed across 100 VRFs, their inputs,
+// interfaces, next-hop metrics and BFD sessions flapping, routes set and
+// removed, RIB sequence triggers, restarts under graceful restart), then
+// holds the churned system against a fresh start given the same inputs:
+// the same containers, RIB routes, via sets, via-to-route index entries,
+// BFD entries and live reactors, and memory within 1%.
+//
+//   soak [--seed N] [--events N] [--vrfs N] [--prefixes N] [--restarts-per-million N]
+//        [--memory-check 0|1]
+//
+// Prints a progress line on the terminal and the events per second (with
+// heap accounting on: every allocation is recorded so that the two worlds'
+// memory can be told apart). Exit status 1 when a count differs, memory is
+// off by more than 1% (unless --memory-check 0), or a line is refused.
+// The memory compared includes the agent's side: the RIB keeps a mapping of
+// every route table the library ever wrote, and the platform every via it
+// was told of, which a fresh start has not seen.
+//
+// It lives in tools/ and is built with every tree (not with the benchmarks
+// in bench/), since its short run is part of `make test`, sanitizers too.
+#include <unistd.h>
+
+#include <chrono>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "bench/AllocationCount.h"
+#include "tests/system/SystemRun.h"
+
+namespace {
+
+using Routing::Protocol::Test::SystemConfig;
+using Routing::Protocol::Test::SystemRun;
+
+// What must be the same after churn as after a fresh start.
+struct Counts {
+  uint64_t containers = 0, ribRoutes = 0, viaSets = 0, indexEntries = 0, bfdEntries = 0,
+           reactors = 0;
+  friend bool operator==(const Counts&, const Counts&) = default;
+};
+
+Counts countsOf(IpRibAgent::World& world) {
+  Counts c;
+  c.containers = world.containers().size();
+  for (const Routing::Rib::RouteConfig* t : world.ribTables()) c.ribRoutes += t->routeSize();
+  c.viaSets = world.viaSetConfig()->size();
+  c.indexEntries = world.rootSm()->viaMetricStatusSm()->routeByViaKeySize();
+  c.bfdEntries = world.platform().bfdList()->routeSize();
+  c.reactors = Kel::Pool::liveBlocks(Kel::Pool::Arena::reactors);
+  return c;
+}
+
+void print(const char* what, const Counts& c, const Bench::Bytes& memory) {
+  std::printf("%-12s containers %" PRIu64 ", RIB routes %" PRIu64 ", via sets %" PRIu64
+              ", index entries %" PRIu64 ", BFD entries %" PRIu64 ", pooled reactors %" PRIu64
+              ", memory %" PRId64 " B requested, %" PRId64 " B reserved\n",
+              what, c.containers, c.ribRoutes, c.viaSets, c.indexEntries, c.bfdEntries, c.reactors,
+              memory.requested, memory.reserved);
+}
+
+uint64_t argument(int argc, char** argv, const char* name, uint64_t fallback) {
+  for (int i = 1; i + 1 < argc; ++i) {
+    if (std::strcmp(argv[i], name) == 0) return std::strtoull(argv[i + 1], nullptr, 10);
+  }
+  return fallback;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  SystemConfig config;
+  config.seed = argument(argc, argv, "--seed", 1);
+  config.vrfs = int(argument(argc, argv, "--vrfs", 100));
+  config.prefixes = int(argument(argc, argv, "--prefixes", 40));
+  config.keepScript = false;
+  // Restarts rebuild every container: a few hundred in a long run.
+  config.restartsPerMillion = int(argument(argc, argv, "--restarts-per-million", 30));
+  const uint64_t events = argument(argc, argv, "--events", 10000000);
+  const bool terminal = isatty(STDERR_FILENO) != 0;
+
+  Bench::Counting counting;
+  Counts churned;
+  Bench::Bytes churnedLive;
+  std::vector<std::string> fresh;
+  {
+    auto run = std::make_unique<SystemRun>(config);
+    run->begin();
+    const auto start = std::chrono::steady_clock::now();
+    const uint64_t every = std::max<uint64_t>(1, events / 100);
+    for (uint64_t n = 1; n <= events && run->refused().empty(); ++n) {
+      run->step();
+      if (terminal && n % every == 0) {
+        const double s =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        std::fprintf(stderr, "\rsoak: %" PRIu64 "/%" PRIu64 " events, %.0f events/s ", n, events,
+                     double(n) / s);
+      }
+    }
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (terminal) std::fprintf(stderr, "\n");
+    if (!run->refused().empty()) {
+      std::printf("refused: %s\n", run->refused().c_str());
+      return 1;
+    }
+    std::printf("seed %" PRIu64 ", %d VRFs: %" PRIu64 " events in %.1f s, %.0f events/s\n",
+                config.seed, config.vrfs, events, seconds, double(events) / seconds);
+    // Both worlds end with the same closing pass, so that neither keeps a
+    // ready set that its past left stale.
+    const std::vector<std::string> closing = run->closingPass();
+    fresh = run->freshStartScript();
+    fresh.insert(fresh.end(), closing.begin(), closing.end());
+    run->runLines(closing);
+    churned = countsOf(run->world());
+    churnedLive = Bench::live();
+  }
+  // The churned world is gone: what is left is the process's own.
+  const Bench::Bytes base = Bench::live();
+  churnedLive = churnedLive - base;
+  std::ostringstream sink;
+  IpRibAgent::Interpreter interpreter(sink, sink, IpRibAgent::Interpreter::TimeMode::virtualTime);
+  for (const std::string& line : fresh) {
+    if (!interpreter.execute(line, "fresh start", 0)) {
+      std::printf("fresh start refused %s: %s\n", line.c_str(), sink.str().c_str());
+      return 1;
+    }
+  }
+  const Counts started = countsOf(interpreter.world());
+  const Bench::Bytes startedLive = Bench::live() - base;
+  print("after churn", churned, churnedLive);
+  print("fresh start", started, startedLive);
+  const double off =
+      100.0 * double(churnedLive.reserved - startedLive.reserved) / double(startedLive.reserved);
+  std::printf("memory after churn vs fresh start: %+.2f%% (reserved)\n", off);
+  if (!(churned == started)) {
+    std::printf("FAILED: something is left over after churn\n");
+    return 1;
+  }
+  if (argument(argc, argv, "--memory-check", 1) != 0 && (off > 1.0 || off < -1.0)) {
+    std::printf("FAILED: memory off by more than 1%%\n");
+    return 1;
+  }
+  return 0;
+}
