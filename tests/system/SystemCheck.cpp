@@ -236,6 +236,14 @@ std::string SystemCheck::afterStep(SystemRun& run) {
       if (s.up || !s.resolvedAsMade) newSessions_.insert(s.dependants.begin(), s.dependants.end());
       continue;
     }
+    // Two VRFs' routes of one prefix and preference share their tracking:
+    // one's going takes the other's off the entry, untold.
+    for (const Pando::IpGenPrefix& p : old->second.dependants) {
+      if (s.dependants.count(p) == 0) newSessions_.insert(p);
+    }
+    for (const Pando::IpGenPrefix& p : s.dependants) {
+      if (old->second.dependants.count(p) == 0) newSessions_.insert(p);
+    }
     if (old->second.up == s.up && old->second.resolved == s.resolved) continue;
     changedSessions_.insert(s.dependants.begin(), s.dependants.end());
     if (old != sessions_.end()) {

@@ -12,7 +12,10 @@
 // (in any VRF), or its container's build and first review. The routes of
 // an entry's prefixes that the BFD agent wrote as it was made may or may
 // not have heard of it (that depends on the order of the entry's watchers):
-// they are not judged until something tells them of a change again. An input that
+// they are not judged until something tells them of a change again; nor
+// are routes whose prefix an entry gained or lost (two VRFs' routes of one
+// prefix and preference share their tracking, and one's going takes the
+// other's away without telling it). An input that
 // changes without telling it (a BFD entry made or dropped for a next hop it
 // uses without tracking it, say) leaves the route as it was. So the check
 // watches the inputs between quiet moments, re-computes the routes so told,
@@ -59,7 +62,7 @@ class SystemCheck {
   // What changed since the last quiet moment.
   std::set<Rib::ViaKey> changedVias_;
   std::set<Pando::IpGenPrefix> changedSessions_;
-  std::set<Pando::IpGenPrefix> newSessions_;  // of entries made and written since
+  std::set<Pando::IpGenPrefix> newSessions_;  // not judged until told again
 };
 
 }  // namespace Routing::Protocol::Test
