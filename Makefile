@@ -5,7 +5,7 @@ JOBS ?= $(shell nproc)
 # Debian packages the agent needs beyond the compiler, CMake and GoogleTest.
 AGENT_PACKAGES := nlohmann-json3-dev libreadline-dev
 
-.PHONY: all deps demo test bench asan soak clean format
+.PHONY: all deps demo test bench bench-build scale plot asan soak clean format
 
 all: deps $(BUILD)/Makefile
 	cmake --build $(BUILD) -j $(JOBS)
@@ -34,10 +34,29 @@ demo: all
 test: all
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
-bench: deps
+bench-build: deps
 	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DIPRIB_BENCH=ON
 	cmake --build build-bench -j $(JOBS)
-	for b in build-bench/bench/*_benchmark; do $$b --benchmark_repetitions=5 --benchmark_report_aggregates_only=true; done
+
+# Every benchmark program; the run's results in bench/results/bench-<time>.json.
+bench: bench-build
+	tools/run_bench.py --build build-bench --out bench/results -- \
+	  --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
+
+# The table at scale, one process per size, IPv4 and IPv6 in one VRF and over
+# 4,000 VRFs: bench/results/scale-*.json. 10M routes need some 4 GiB.
+SCALE_SIZES ?= 10000 100000 1000000 10000000
+SCALE_VRFS ?= 1 4000
+scale: bench-build
+	mkdir -p bench/results
+	for v in $(SCALE_VRFS); do for n in $(SCALE_SIZES); do \
+	  build-bench/bench/iprib_scale --routes $$n --family both --vrfs $$v \
+	    --json bench/results/scale-$$(date -u +%Y%m%dT%H%M%SZ)-$$v-$$n.json || exit 1; \
+	done; done
+
+# docs/bench.png from the newest scale results (python3-matplotlib).
+plot:
+	tools/plot_bench.py --results bench/results --out docs/bench.png
 
 asan: deps
 	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DIPRIB_SANITIZE=ON

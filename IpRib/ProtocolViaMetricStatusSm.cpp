@@ -5,6 +5,7 @@
 #include "Kel/Assert.h"
 #include "Kel/System.h"
 #include "Kel/Trace.h"
+#include "platform/Flipset/Flipset.h"
 
 namespace Routing::Protocol {
 
@@ -355,8 +356,11 @@ ViaMetricStatusSm::ViaMetricStatusSm(
       kelViaMetricStatusByVrf_(this),
       vmsByTransport_(this),
       kelRouteStatusDir_(this),
-      routeStatus_(this) {
+      routeStatus_(this),
+      kelClock_(this) {
   KEL_ASSERT(viaMetricStatusByVrf_ && routeStatusDir_);
+  clock_ = Kel::ActivityManager::instance().newClock();
+  kelClock_.reactorIs(Kel::makePtr<KelClock>(this, clock_.ptr()));
   // The via metric side first: its sweeps then find an empty index and stamp
   // nothing that filing the routes does not stamp anyway.
   kelViaMetricStatusByVrf_.reactorIs(
@@ -508,23 +512,38 @@ void ViaMetricStatusSm::handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transpo
                 << " key: " << viaKey);
   const Kel::Ptr<RouteByViaKey> rbvk = routeByViaKey(viaKey);
   if (!rbvk) return;
-  const auto stamp = [this](const PrefixPrefVrfId& e) {
-    KEL_TRACE(trace, 9, "handleViaMetric looking at " << e.str());
-    const RouteStatusKey rsk(e.vrfId(), e.prefix().af());
-    const Kel::Ptr<Status> status = routeStatusDir_->status(rsk);
-    if (!status) {
-      KEL_TRACE(trace, 9, "handleViaMetric no status for this route");
-      return;
+  // A pending sweep starts over even when its via has few users left: the
+  // stamps it already made predate this change.
+  if (pacedSweep() && (rbvk->routeSize() > sweepThreshold_ || sweepPending(viaKey))) {
+    return sweepIs(viaKey);
+  }
+  visitAhead(rbvk->route(), rbvk->route().begin(), [this](const PrefixPrefVrfId& e) {
+    if (const Kel::Ptr<Route> route = sweptRoute(e)) {
+      KEL_TRACE(trace, 9, "handleViaMetric setting route changed on " << e.str());
+      route->routeChangedAtIs(Kel::System::currentTime());
     }
-    const Kel::Ptr<Route> route = status->route(e.prefix());
-    if (!route) {
-      KEL_TRACE(trace, 9, "handleViaMetric no route from " << rsk);
-      return;
-    }
-    KEL_TRACE(trace, 9, "handleViaMetric setting route changed on " << e.str());
-    route->routeChangedAtIs(Kel::System::currentTime());
-  };
-  const Kel::HashedSet<PrefixPrefVrfId>& routes = rbvk->route();
+    return true;
+  });
+}
+
+Kel::Ptr<Route> ViaMetricStatusSm::sweptRoute(const PrefixPrefVrfId& e) const {
+  KEL_TRACE(trace, 9, "handleViaMetric looking at " << e.str());
+  const RouteStatusKey rsk(e.vrfId(), e.prefix().af());
+  const Kel::Ptr<Status> status = routeStatusDir_->status(rsk);
+  if (!status) {
+    KEL_TRACE(trace, 9, "handleViaMetric no status for this route");
+    return nullptr;
+  }
+  Kel::Ptr<Route> route = status->route(e.prefix());
+  if (!route) {
+    KEL_TRACE(trace, 9, "handleViaMetric no route from " << rsk);
+  }
+  return route;
+}
+
+template <class Visit>
+ViaMetricStatusSm::RouteSet::const_iterator ViaMetricStatusSm::visitAhead(
+    const RouteSet& routes, RouteSet::const_iterator from, Visit&& visit) {
   // Each stamp re-evaluates its route at once, and waits on cache misses:
   // bring the routes ahead toward the cache (their status slot first), found
   // again by hash at each step, and once a route is in cache, its reactors
@@ -537,12 +556,17 @@ void ViaMetricStatusSm::handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transpo
   // Reactors read ahead as far as a RIB route and its via set.
   static constexpr int reactorSteps = Kel::Entity::reactorListSteps + 3;
   using Ahead = Kel::Lookahead<Upcoming, 2 + std::max(routePrefetchSteps - 1, reactorSteps), 2>;
+  auto it = from;
   if (routes.size() <= Ahead::lead) {
-    for (const PrefixPrefVrfId& e : routes) stamp(e);
-    return;
+    while (it != routes.end()) {
+      const PrefixPrefVrfId& e = *it;
+      ++it;
+      if (!visit(e)) break;
+    }
+    return it;
   }
   Ahead ahead;
-  auto next = routes.begin();
+  auto next = from;
   Kel::Ptr<const Status> nextStatus;  // of the last route pushed: mostly all of them
   const auto pushAhead = [&] {
     if (next == routes.end()) return;
@@ -563,10 +587,101 @@ void ViaMetricStatusSm::handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transpo
     });
   };
   for (uint32_t i = 0; i < Ahead::lead; ++i) pushAhead();
-  for (const PrefixPrefVrfId& e : routes) {
+  while (it != routes.end()) {
     pushAhead();
-    stamp(e);
+    const PrefixPrefVrfId& e = *it;
+    ++it;
+    if (!visit(e)) break;
   }
+  return it;
+}
+
+// ------------------------------------------------------------ paced sweeps
+
+class ViaMetricStatusSm::KelClock final : public Kel::Clock::Notifiee {
+ public:
+  KelClock(ViaMetricStatusSm* sm, const Kel::Clock* clock) : sm_(sm) { notifierIs(clock); }
+  void onTimeMin() override { sm_->doSweep(); }
+
+ private:
+  ViaMetricStatusSm* sm_;
+};
+
+bool ViaMetricStatusSm::pacedSweep() {
+  const uint64_t version = Flipset::togglesVersion();
+  if (version != toggleVersion_) {
+    pacedSweep_ = Flipset::getToggleState("PacedViaMetricSweep");
+    toggleVersion_ = version;
+  }
+  return pacedSweep_;
+}
+
+void ViaMetricStatusSm::sweepIs(const Rib::ViaKey& viaKey) {
+  const double now = Kel::System::currentTime();
+  if (auto found = sweepOf_.find(viaKey); found != sweepOf_.end()) {
+    KEL_TRACE(trace, 8, "handleViaMetric restarting the sweep of " << viaKey);
+    Sweep& sweep = *found->second;
+    sweep.since = now;
+    sweep.bookmark.reset();
+    ++sweep.restarts;
+  } else {
+    KEL_TRACE(trace, 8, "handleViaMetric scheduling the sweep of " << viaKey);
+    sweeps_.push_back(Sweep{viaKey, now, std::nullopt, 0});
+    sweepOf_.emplace(viaKey, std::prev(sweeps_.end()));
+  }
+  clock_->timeMinIs(now);
+}
+
+void ViaMetricStatusSm::doSweep() {
+  KEL_TRACE(trace, 8, "void Routing::Protocol::ViaMetricStatusSm::doSweep()");
+  ++sweepSlices_;
+  const double start = Kel::System::currentTime();
+  while (!sweeps_.empty()) {
+    Sweep& sweep = sweeps_.front();
+    // Held: stamping may not change the index, but the entry outlives no
+    // slice by accident either.
+    const Kel::Ptr<RouteByViaKey> rbvk = routeByViaKey(sweep.viaKey);
+    if (rbvk && !sweepSlice(sweep, *rbvk, start)) {
+      clock_->timeMinIs(Kel::System::currentTime());
+      return;
+    }
+    KEL_TRACE(trace, 8, "doSweep finished the sweep of " << sweep.viaKey);
+    sweepOf_.erase(sweep.viaKey);
+    sweeps_.pop_front();
+  }
+}
+
+bool ViaMetricStatusSm::sweepSlice(Sweep& sweep, const RouteByViaKey& rbvk, double start) {
+  const RouteSet& routes = rbvk.route();
+  const auto from = sweep.bookmark ? routes.seek(*sweep.bookmark) : routes.begin();
+  if (from != routes.end()) {
+    KEL_TRACE(trace, 8,
+              "doSweep " << (sweep.bookmark ? "resuming" : "starting") << " the sweep of "
+                         << sweep.viaKey << " at " << from->str());
+  }
+  const uint32_t restarts = sweep.restarts;
+  bool suspended = false;
+  const auto it = visitAhead(routes, from, [&](const PrefixPrefVrfId& e) {
+    if (const Kel::Ptr<Route> route = sweptRoute(e)) {
+      const double now = Kel::System::currentTime();
+      const double at = route->routeChangedAt();
+      if (sweep.since <= at && at <= now) {
+        KEL_TRACE(trace, 9, "handleViaMetric evaluated since the change: " << e.str());
+      } else {
+        KEL_TRACE(trace, 9, "handleViaMetric setting route changed on " << e.str());
+        route->routeChangedAtIs(now);
+      }
+    }
+    // A change of the via while its route was evaluated started the sweep
+    // over: the next slice begins again.
+    suspended = sweep.restarts != restarts || start + sweepQuantum_ <= Kel::System::currentTime();
+    return !suspended;
+  });
+  if (sweep.restarts != restarts) return false;
+  if (!suspended || it == routes.end()) return true;
+  sweep.bookmark = *it;
+  KEL_TRACE(trace, 8, "doSweep suspending the sweep of " << sweep.viaKey << " at " << it->str());
+  return false;
 }
 
 }  // namespace Routing::Protocol

@@ -20,11 +20,22 @@
 //
 // Costs: a via key change under a preference is O(via types) plus one index
 // update; a metric change is O(routes using the via), two hash look-ups and
-// a stamp each, in one go (not paced: a via of a million routes holds the
-// loop some 0.2 s alone, 0.7 s with route computation re-evaluating each).
-// The sweep reads ahead: the routes, their reactors and what those will
-// read. Removing a route, preference or status withdraws each of its index
-// elements exactly once.
+// a stamp each. The sweep reads ahead: the routes, their reactors and what
+// those will read. Removing a route, preference or status withdraws each of
+// its index elements exactly once.
+//
+// Paced sweeps (toggle "PacedViaMetricSweep", off by default): off, a metric
+// change stamps all its routes in one go (a via of a million routes holds the
+// loop some 0.4 s with route computation re-evaluating each). On, a change of
+// a via used more than `sweepThreshold` times is swept in slices of
+// `sweepQuantum` seconds by a clock reactor, like a route review: from a
+// bookmark (an index element, resumed with seek), pending sweeps served in
+// the order their vias changed; a via that changes again while its sweep is
+// pending restarts that sweep from the beginning. Such a sweep stamps each
+// route that stays present exactly once: a route whose routeChangedAt already
+// lies between the change and now (reached through another preference, or
+// stamped by anything else since) has been evaluated after the change and is
+// left alone. Smaller sweeps run at once, as with the toggle off.
 //
 // One thread. Stamping notifies route computation synchronously; it must not
 // change the protocol route status while a metric change is being handed
@@ -32,9 +43,13 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
+#include <optional>
+#include <unordered_map>
 
 #include "IpRib/ProtocolContainerKey.h"
 #include "IpRib/ProtocolRouteStatus.h"
+#include "Kel/Clock.h"
 #include "Kel/Collections.h"
 #include "Kel/Entity.h"
 #include "Kel/NestedReactors.h"
@@ -54,6 +69,7 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   class KelVmsByTransport;
   class KelRouteStatusDir;
   class KelRouteStatus;
+  class KelClock;
 
   // Builds both reactor trees (each via metric table sweeps itself once),
   // then handleInitialized fills the index from every status present.
@@ -96,6 +112,20 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   void handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transport transport, uint32_t proto,
                        const Rib::ViaKey& viaKey);
 
+  // ------------------------------------------------------------ paced sweeps
+  double sweepQuantum() const { return sweepQuantum_; }
+  void sweepQuantumIs(double q) { sweepQuantum_ = q; }
+  // A via with more index elements than this is swept in slices (toggle on).
+  uint32_t sweepThreshold() const { return sweepThreshold_; }
+  void sweepThresholdIs(uint32_t n) { sweepThreshold_ = n; }
+  const Kel::Ptr<const Kel::Clock>& clock() const { return clock_; }
+  // Vias whose sweep is pending.
+  uint32_t sweepsPending() const { return uint32_t(sweeps_.size()); }
+  bool sweepPending(const Rib::ViaKey& viaKey) const { return sweepOf_.count(viaKey) != 0; }
+  // Runs one slice of the pending sweeps (the clock reactor's wake-up).
+  void doSweep();
+  uint64_t sweepSlices() const { return sweepSlices_; }
+
   // ------------------------------------------------------------ nested reactors
   // Keep the reactor of an element whose entity is unchanged, else replace it.
   void vmsByTransportIs(Vrf::VrfIdMap::VrfId vrfId);
@@ -105,15 +135,47 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   void routeStatusDel(const RouteStatusKey& key);
 
  private:
+  using RouteSet = Kel::HashedSet<PrefixPrefVrfId>;
+  // One via's paced sweep.
+  struct Sweep {
+    Rib::ViaKey viaKey;
+    double since;                             // when the via last changed
+    std::optional<PrefixPrefVrfId> bookmark;  // where the next slice resumes
+    uint32_t restarts = 0;                    // tells a slice its sweep started over
+  };
+  // "PacedViaMetricSweep", read again only when the toggles change.
+  bool pacedSweep();
+  void sweepIs(const Rib::ViaKey& viaKey);
+  // One slice of `sweep` until the quantum from `start` is used; whether it
+  // finished the sweep.
+  bool sweepSlice(Sweep& sweep, const RouteByViaKey& rbvk, double start);
+  // The route `e` names, with the sweep's traces; null when gone.
+  Kel::Ptr<Route> sweptRoute(const PrefixPrefVrfId& e) const;
+  // Calls visit(e) for the elements from `from` on, reading ahead the routes
+  // and what stamping them will read, until visit says stop; returns the
+  // element after the last one visited.
+  template <class Visit>
+  RouteSet::const_iterator visitAhead(const RouteSet& routes, RouteSet::const_iterator from,
+                                      Visit&& visit);
+
   Kel::Ptr<const Rib::ViaMetricStatusByVrf> viaMetricStatusByVrf_;
   Kel::Ptr<RouteStatusDir> routeStatusDir_;
   RouteByViaKeyMap routeByViaKey_;
   bool initialized_ = false;
+  double sweepQuantum_ = 0.1;
+  uint32_t sweepThreshold_ = 4096;
+  uint64_t toggleVersion_ = UINT64_MAX;
+  bool pacedSweep_ = false;
+  Kel::Ptr<const Kel::Clock> clock_;
+  std::list<Sweep> sweeps_;  // in the order their vias changed
+  std::unordered_map<Rib::ViaKey, std::list<Sweep>::iterator, Rib::ViaKeyHash> sweepOf_;
+  uint64_t sweepSlices_ = 0;
 
   Kel::NestedReactor<KelViaMetricStatusByVrf> kelViaMetricStatusByVrf_;
   Kel::NestedReactors<Vrf::VrfIdMap::VrfId, KelVmsByTransport> vmsByTransport_;
   Kel::NestedReactor<KelRouteStatusDir> kelRouteStatusDir_;
   Kel::NestedReactors<RouteStatusKey, KelRouteStatus> routeStatus_;
+  Kel::NestedReactor<KelClock> kelClock_;
 };
 
 Kel::Ptr<ViaMetricStatusSm> viaMetricStatusSmFactory(

@@ -1,4 +1,4 @@
-// What the protocol publishes: route, no route, initialized.
+// What the protocol publishes: route, no route, initialized, leak, no leak.
 #include <set>
 #include <string>
 #include <tuple>
@@ -85,6 +85,28 @@ void initializedCommand(Line& line, Interpreter& in) {
   in.world().protocol().initializedIs(vrf, af);
 }
 
+// leak VRF PREFIX to VRF2: the target need not be declared yet; the route
+// leaks once a VRF of that name is.
+void leakCommand(Line& line, Interpreter& in) {
+  const L3::VrfName vrf = line.vrfName();
+  const std::string prefixWord(line.peek());
+  const Pando::IpGenPrefix prefix = line.prefix();
+  line.expect("to");
+  const L3::VrfName to = line.vrfName();
+  if (to == vrf) line.refuseLast("a VRF other than the route's own");
+  line.end();
+  if (!in.world().protocol().leakIs(vrf, prefix, to)) {
+    throw CommandError(prefixWord, "a route the protocol has in VRF " + std::string(vrf.value()));
+  }
+}
+
+void noLeakCommand(Line& line, Interpreter& in) {
+  const L3::VrfName vrf = line.vrfName();
+  const Pando::IpGenPrefix prefix = line.prefix();
+  line.end();
+  if (!in.world().protocol().leakDel(vrf, prefix)) line.refuseLast("a prefix that leaks");
+}
+
 }  // namespace
 
 const std::vector<Command>& protocolCommands() {
@@ -95,6 +117,8 @@ const std::vector<Command>& protocolCommands() {
        routeCommand},
       {"no route", "no route VRF PREFIX [pref P]", noRouteCommand},
       {"initialized", "initialized VRF ipv4|ipv6", initializedCommand},
+      {"leak", "leak VRF PREFIX to VRF2", leakCommand},
+      {"no leak", "no leak VRF PREFIX", noLeakCommand},
   };
   return commands;
 }

@@ -51,7 +51,8 @@ void envCommand(Line& line, Interpreter& in) {
 }
 
 void toggleCommand(Line& line, Interpreter&) {
-  const std::string name = line.word("a toggle name, such as StaticRouteMetric");
+  const std::string name =
+      line.word("a toggle name, such as StaticRouteMetric or PacedViaMetricSweep");
   const bool on = line.onOff();
   line.end();
   Flipset::toggleStateIs(name, on);
@@ -95,7 +96,7 @@ const std::vector<Command>& setupCommands() {
       {"protocol", "protocol static|route-input|N", protocolCommand},
       {"graceful-restart", "graceful-restart on|off", gracefulRestartCommand},
       {"env", "env IP_INTF_CHECK_NOT_NEEDED", envCommand},
-      {"toggle", "toggle StaticRouteMetric on|off", toggleCommand},
+      {"toggle", "toggle StaticRouteMetric|PacedViaMetricSweep on|off", toggleCommand},
       {"start", "start", startCommand},
       {"restart", "restart", restartCommand},
       {"settle", "settle", settleCommand},

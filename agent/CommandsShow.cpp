@@ -92,6 +92,12 @@ void showReady(Line& line, Interpreter& in) {
   print(in, json, Show::ready(in.world(), vrf), Show::printReady);
 }
 
+void showLeak(Line& line, Interpreter& in) {
+  const L3::VrfName vrf = declaredVrf(line, in);
+  const bool json = jsonAndEnd(line);
+  print(in, json, Show::leak(in.world(), vrf), Show::printLeak);
+}
+
 void showDump(Line& line, Interpreter& in) {
   const bool json = jsonAndEnd(line);
   print(in, json, Show::dump(in.world()), Show::printDump);
@@ -103,11 +109,11 @@ void showStats(Line& line, Interpreter& in) {
 }
 
 void show(Line& line, Interpreter& in) {
-  static constexpr void (*shows[])(Line&, Interpreter&) = {showRib,  showViaSets, showExplain,
-                                                           showBfd,  showIntf,    showReady,
-                                                           showDump, showTrace,   showStats};
-  shows[line.keyword(
-      {"rib", "via-sets", "explain", "bfd", "intf", "ready", "dump", "trace", "stats"})](line, in);
+  static constexpr void (*shows[])(Line&, Interpreter&) = {
+      showRib,   showViaSets, showExplain, showBfd,   showIntf,
+      showReady, showLeak,    showDump,    showTrace, showStats};
+  shows[line.keyword({"rib", "via-sets", "explain", "bfd", "intf", "ready", "leak", "dump", "trace",
+                      "stats"})](line, in);
 }
 
 }  // namespace
@@ -116,7 +122,7 @@ const std::vector<Command>& showCommands() {
   static const std::vector<Command> commands = {
       {"show",
        "show rib [VRF] [ipv4|ipv6] [PREFIX] | via-sets | explain VRF PREFIX | bfd | intf VRF | "
-       "ready [VRF] | dump | trace FACILITY [N] | stats  [json]",
+       "ready [VRF] | leak VRF | dump | trace FACILITY [N] | stats  [json]",
        show},
   };
   return commands;

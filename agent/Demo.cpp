@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "agent/Interpreter.h"
-#include "agent/LeakDemo.h"
 
 namespace IpRibAgent {
 
@@ -70,6 +69,19 @@ const Step steps[] = {
      {"via-metric red ipv4 192.0.2.2 metric 30",
       "show rib red 10.1.0.0/24",
       "show via-sets"}},
+    {"Route leaking: red and blue both leak 10.9.0.0/24 into green, and red\n"
+     "leaks 10.2.0.0/24 there too. Where two VRFs leak one prefix, the lower\n"
+     "source VRF id wins: red (id 3) over blue (id 5).",
+     {"route blue 10.9.0.0/24 pref 1 via 198.51.100.2%eth4",
+      "route red 10.9.0.0/24 pref 1 via 192.0.2.1%eth1 metric 5",
+      "leak blue 10.9.0.0/24 to green",
+      "leak red 10.9.0.0/24 to green",
+      "leak red 10.2.0.0/24 to green",
+      "settle",
+      "show leak green"}},
+    {"red stops leaking 10.9.0.0/24: blue's route takes its place.",
+     {"no leak red 10.9.0.0/24",
+      "show leak green"}},
     {"A VRF is ready for a family only once all its inputs are there: yellow\n"
      "is declared bare, and gets them one by one.",
      {"vrf yellow id 9 bare",
@@ -81,7 +93,8 @@ const Step steps[] = {
     {"The agent restarts gracefully. The RIB keeps the routes while the library\n"
      "starts again and the protocol replays; the RIB asks for a review of red\n"
      "(sequence 1), answered once the protocol says it is initialized and both\n"
-     "of red's reviews are complete.",
+     "of red's reviews are complete. The leaks are configuration of the\n"
+     "protocol's routes: they come back with them.",
      {"restart",
       "show rib red",
       "rib-seq red 1",
@@ -91,7 +104,8 @@ const Step steps[] = {
       "initialized red ipv6",
       "settle",
       "show ready red",
-      "show rib red"}},
+      "show rib red",
+      "show leak green"}},
 };
 // clang-format on
 
@@ -112,11 +126,6 @@ bool runStory(std::ostream& out) {
 
 }  // namespace
 
-int runDemo(std::ostream& out) {
-  // Each scene runs in an agent of its own, gone before the next begins.
-  if (!runStory(out)) return 1;
-  runLeakDemo(out);
-  return 0;
-}
+int runDemo(std::ostream& out) { return runStory(out) ? 0 : 1; }
 
 }  // namespace IpRibAgent

@@ -1,5 +1,6 @@
 #include "agent/Protocol.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -89,11 +90,47 @@ void ProtocolSide::write(const Published& p, const Pando::IpGenPrefix& prefix, c
   stamp(*route);
 }
 
+const Kel::Ptr<Routing::RouteList>& ProtocolSide::routeList(const L3::VrfName& vrf,
+                                                            Pando::AddressFamily af) {
+  Kel::Ptr<Routing::RouteList>& list = routeList_[Family(vrf, af)];
+  if (!list) list = Routing::routeListFactory(af);
+  return list;
+}
+
+L3::VrfName ProtocolSide::leakTo(const Family& f, const Pando::IpGenPrefix& prefix,
+                                 const Prefs& prefs) {
+  const Routing::RouteList& list = *routeList(f.first, f.second);
+  for (const auto& [pref, spec] : prefs) {
+    if (const Kel::Ptr<Routing::Route> r = list.route(Routing::RouteKey(prefix, pref))) {
+      return r->leakVrfName();
+    }
+  }
+  return L3::VrfName();
+}
+
+void ProtocolSide::fileRoute(const Family& f, const Routing::RouteKey& key, const PrefSpec& spec,
+                             const L3::VrfName& leakTo) {
+  Routing::RouteMetric metric = spec.vias.empty() ? 0 : std::numeric_limits<uint32_t>::max();
+  for (const ViaSpec& v : spec.vias) metric = std::min(metric, v.metric);
+  Routing::RouteList& list = *routeList(f.first, f.second);
+  if (const Kel::Ptr<Routing::Route> r = list.route(key)) {
+    r->metricIs(metric);
+    return;
+  }
+  // Made whole before it is filed: its readers hear of it once.
+  const auto r = Kel::makePtr<Routing::Route>(key);
+  r->metricIs(metric);
+  r->leakVrfNameIs(leakTo);
+  list.routeIs(r);
+}
+
 void ProtocolSide::routeIs(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix,
                            Routing::RoutePreference pref, const PrefSpec& spec) {
   const Family f(vrf, prefix.af());
   Prefs& prefs = route_[f][prefix];
+  const L3::VrfName to = leakTo(f, prefix, prefs);
   prefs[pref] = spec;
+  fileRoute(f, Routing::RouteKey(prefix, pref), spec, to);
   if (const auto it = published_.find(f); it != published_.end()) write(it->second, prefix, prefs);
 }
 
@@ -105,12 +142,55 @@ bool ProtocolSide::routeDel(const L3::VrfName& vrf, const Pando::IpGenPrefix& pr
   const auto it = routes->second.find(prefix);
   if (it == routes->second.end()) return false;
   if (pref && it->second.erase(*pref) == 0) return false;
-  if (!pref) it->second.clear();
+  Routing::RouteList& list = *routeList(vrf, prefix.af());
+  if (pref) {
+    list.routeDel(Routing::RouteKey(prefix, *pref));
+  } else {
+    for (const auto& [p, spec] : it->second) list.routeDel(Routing::RouteKey(prefix, p));
+    it->second.clear();
+  }
   if (const auto p = published_.find(f); p != published_.end()) {
     write(p->second, prefix, it->second);
   }
   if (it->second.empty()) routes->second.erase(it);
   return true;
+}
+
+bool ProtocolSide::leakIs(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix,
+                          const L3::VrfName& to) {
+  const auto routes = route_.find(Family(vrf, prefix.af()));
+  if (routes == route_.end()) return false;
+  const auto it = routes->second.find(prefix);
+  if (it == routes->second.end()) return false;
+  const Routing::RouteList& list = *routeList(vrf, prefix.af());
+  for (const auto& [pref, spec] : it->second) {
+    list.route(Routing::RouteKey(prefix, pref))->leakVrfNameIs(to);
+  }
+  return true;
+}
+
+bool ProtocolSide::leakDel(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix) {
+  const Family f(vrf, prefix.af());
+  const auto routes = route_.find(f);
+  if (routes == route_.end()) return false;
+  const auto it = routes->second.find(prefix);
+  if (it == routes->second.end() || leakTo(f, prefix, it->second).value().empty()) return false;
+  return leakIs(vrf, prefix, L3::VrfName());
+}
+
+void ProtocolSide::leakTargetChanged(const L3::VrfName& to) {
+  for (const auto& [f, list] : routeList_) {
+    std::vector<Kel::Ptr<Routing::Route>> moved;
+    for (const Kel::Ptr<Routing::Route>& r : list->route()) {
+      if (r->leakVrfName() == to) moved.push_back(r);
+    }
+    for (const Kel::Ptr<Routing::Route>& old : moved) {
+      const auto r = Kel::makePtr<Routing::Route>(old->key());
+      r->metricIs(old->metric());
+      r->leakVrfNameIs(to);
+      list->routeIs(r);
+    }
+  }
 }
 
 void ProtocolSide::initializedIs(const L3::VrfName& vrf, Pando::AddressFamily af) {

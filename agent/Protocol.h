@@ -14,6 +14,13 @@
 // is written, whenever a route uses it, into the container's IP via
 // configuration of the next hop's family (a container's tables are new
 // when it is), and told to the RIB (Platform::viaIs), which resolves it.
+// The protocol's routes are also kept as the leak code reads them: per VRF
+// and family a Routing::RouteList, one Routing::Route per configured
+// preference, whose metric is the lowest of its vias and whose leak target
+// is its prefix's (`leak`). The target belongs to the prefix: a route line
+// re-issued keeps it, a new preference takes it, and it goes with the
+// prefix's last preference. These lists are configuration like the routes:
+// they are kept whether or not their VRF is ready, and across a restart.
 // One thread. Costs: a route line is a few look-ups per via.
 #pragma once
 
@@ -29,6 +36,7 @@
 #include "agent/Platform.h"
 #include "platform/Routing/Rib/DedupViaKey.h"
 #include "platform/Routing/Rib/Ip/ViaConfig.h"
+#include "platform/Routing/Route/Route.h"
 
 namespace IpRibAgent {
 
@@ -60,6 +68,19 @@ class ProtocolSide {
                 std::optional<Routing::RoutePreference> pref);
   void initializedIs(const L3::VrfName& vrf, Pando::AddressFamily af);
 
+  // Leaks every preference of a prefix the protocol has into `to`; false
+  // when it has no such route.
+  bool leakIs(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix, const L3::VrfName& to);
+  // False when the prefix leaks nowhere.
+  bool leakDel(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix);
+  // The routes of a VRF and family as the leak code reads them (made empty
+  // when first asked for).
+  const Kel::Ptr<Routing::RouteList>& routeList(const L3::VrfName& vrf, Pando::AddressFamily af);
+  // Files anew (as new route objects) every route that leaks into `to`: the
+  // leak code reads a target's id only when a route changes, so a target
+  // VRF that came, went or was renumbered is seen this way.
+  void leakTargetChanged(const L3::VrfName& to);
+
   // The library's status table of a VRF and family appeared (or went), with
   // the via configurations of the family and of the other one.
   void statusIs(const L3::VrfName& vrf, Pando::AddressFamily af, Vrf::VrfIdMap::VrfId vrfId,
@@ -86,6 +107,11 @@ class ProtocolSide {
   void write(const Published& p, const Pando::IpGenPrefix& prefix, const Prefs& prefs);
   void writePref(const Published& p, Protocol::RoutePref& rp, const PrefSpec& spec);
   void stamp(Protocol::Route& route);
+  // The prefix's leak target, read off its routes; empty for none.
+  L3::VrfName leakTo(const Family& f, const Pando::IpGenPrefix& prefix, const Prefs& prefs);
+  // Files the route of one preference (or updates its metric).
+  void fileRoute(const Family& f, const Routing::RouteKey& key, const PrefSpec& spec,
+                 const L3::VrfName& leakTo);
 
   Rib::RoutingProtocol protocol_;
   Platform& platform_;
@@ -95,6 +121,7 @@ class ProtocolSide {
   std::map<Family, std::map<Pando::IpGenPrefix, Prefs>> route_;
   std::set<Family> initialized_;
   std::map<Family, Published> published_;
+  std::map<Family, Kel::Ptr<Routing::RouteList>> routeList_;
 };
 
 }  // namespace IpRibAgent

@@ -166,6 +166,23 @@ void printReady(std::ostream& os, const Json& ready) {
   }
 }
 
+// "10.1.0.0/24 [1/5] from red (id 3), also offered by blue (id 5)"
+void printLeak(std::ostream& os, const Json& leak) {
+  os << "VRF " << leak["vrf"].get<std::string>() << " (id " << leak["vrfId"].get<uint32_t>() << ")"
+     << (leak["routes"].empty() ? ": no leaked routes" : "") << "\n";
+  for (const Json& r : leak["routes"]) {
+    os << "  " << r["prefix"].get<std::string>() << " [" << r["preference"].get<unsigned>() << "/"
+       << r["metric"].get<uint32_t>() << "] from " << r["sourceVrf"].get<std::string>() << " (id "
+       << r["sourceVrfId"].get<uint32_t>() << ")";
+    const Json& also = r["alsoOfferedBy"];
+    for (size_t i = 0; i < also.size(); ++i) {
+      os << (i == 0 ? ", also offered by " : ", ") << also[i]["vrf"].get<std::string>() << " (id "
+         << also[i]["vrfId"].get<uint32_t>() << ")";
+    }
+    os << "\n";
+  }
+}
+
 void printDump(std::ostream& os, const Json& dump) {
   os << (dump["dump"].is_null() ? "the library has not started\n"
                                 : dump["dump"].get<std::string>());
@@ -185,7 +202,8 @@ void printStats(std::ostream& os, const Json& s) {
      << "longest slice " << s["longestSlice"].get<double>() << " s over "
      << s["turns"].get<uint64_t>() << " turns\n"
      << "containers " << s["containers"].get<uint64_t>() << ", RIB routes "
-     << s["ribRoutes"].get<uint64_t>() << ", via sets " << s["viaSets"].get<uint64_t>() << "\n"
+     << s["ribRoutes"].get<uint64_t>() << ", via sets " << s["viaSets"].get<uint64_t>()
+     << ", leaked routes " << s["leakedRoutes"].get<uint64_t>() << "\n"
      << "memory: " << s["memory"]["requested"].get<uint64_t>() << " bytes requested, "
      << s["memory"]["held"].get<uint64_t>() << " held in pooled blocks\n";
 }

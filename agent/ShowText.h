@@ -14,6 +14,7 @@ void printExplain(std::ostream& os, const Json& explain);
 void printBfd(std::ostream& os, const Json& bfd);
 void printIntf(std::ostream& os, const Json& intf);
 void printReady(std::ostream& os, const Json& ready);
+void printLeak(std::ostream& os, const Json& leak);
 void printDump(std::ostream& os, const Json& dump);
 void printTrace(std::ostream& os, const Json& trace);
 void printStats(std::ostream& os, const Json& stats);

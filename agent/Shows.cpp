@@ -335,6 +335,45 @@ Json intf(const World& world, const L3::VrfName& vrf) {
   return Json{{"vrf", std::string(vrf.value())}, {"interfaces", interfaces}, {"changes", changes}};
 }
 
+Json leak(const World& world, const L3::VrfName& vrf) {
+  const Platform& platform = world.platform();
+  const LeakSide* side = world.leak();
+  Json routes = Json::array();
+  for (const Pando::AddressFamily af : {Pando::AddressFamily::ipv4, Pando::AddressFamily::ipv6}) {
+    const Protocol::LeakRouteConfig* config = side ? side->leakRouteConfig(vrf, af) : nullptr;
+    if (config == nullptr) continue;
+    std::vector<const Protocol::LeakRoute*> sorted;
+    for (const Kel::Ptr<const Protocol::LeakRoute>& lr : config->leakRoute()) {
+      sorted.push_back(lr.ptr());
+    }
+    std::sort(sorted.begin(), sorted.end(),
+              [](const auto* a, const auto* b) { return a->key() < b->key(); });
+    const auto input = side->root().demuxSmSet(config->vrfAf());
+    for (const Protocol::LeakRoute* lr : sorted) {
+      const Vrf::VrfIdMap::VrfId won = lr->vrfAf().vrfId();
+      std::vector<Vrf::VrfIdMap::VrfId> others;
+      for (const auto& list : input->leakRouteList()) {
+        const Vrf::VrfIdMap::VrfId src = list->vrfAf().srcVrf();
+        if (src != won && list->leakRoute(lr->key())) others.push_back(src);
+      }
+      std::sort(others.begin(), others.end());
+      Json also = Json::array();
+      for (const Vrf::VrfIdMap::VrfId id : others) {
+        also.push_back(Json{{"vrf", vrfNameOf(platform, id)}, {"vrfId", id}});
+      }
+      routes.push_back(Json{{"family", familyName(af)},
+                            {"prefix", text(lr->key().prefix())},
+                            {"preference", lr->key().preference()},
+                            {"metric", lr->route()->metric()},
+                            {"sourceVrf", vrfNameOf(platform, won)},
+                            {"sourceVrfId", won},
+                            {"alsoOfferedBy", also}});
+    }
+  }
+  return Json{
+      {"vrf", std::string(vrf.value())}, {"vrfId", platform.vrfId(vrf)}, {"routes", routes}};
+}
+
 Json dump(const World& world) {
   const Protocol::RootSm* root = world.rootSm();
   if (root == nullptr) return Json{{"dump", nullptr}};
@@ -377,6 +416,7 @@ Json stats(const World& world, const LoopStats& loop) {
               {"containers", world.containers().size()},
               {"ribRoutes", routes},
               {"viaSets", world.viaSetConfig() ? world.viaSetConfig()->size() : 0},
+              {"leakedRoutes", world.leak() ? world.leak()->leakedRoutes() : 0},
               {"memory", Json{{"requested", usage.requested}, {"held", usage.held}}}};
 }
 

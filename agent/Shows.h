@@ -46,6 +46,11 @@ Json intf(const World& world, const L3::VrfName& vrf);
 //    "ribReadySeqStatus", "v4RouteReviewComplete", "v6RouteReviewComplete",
 //    "ribReadySeqTrigger"}]}; with `vrf`, that VRF's entries only.
 Json ready(const World& world, const std::optional<L3::VrfName>& vrf);
+// {"vrf", "vrfId", "routes": [{"family", "prefix", "preference", "metric",
+//   "sourceVrf", "sourceVrfId", "alsoOfferedBy": [{"vrf", "vrfId"}]}]}: the
+// routes leaked into the VRF (its LeakRouteConfig), each with the source
+// that won it and the others that offer it too.
+Json leak(const World& world, const L3::VrfName& vrf);
 // {"dump": TEXT|null}: the root's state dump (null before start).
 Json dump(const World& world);
 // {"facility", "records": [{"level", "message"}]}: the newest n of its ring.
@@ -56,7 +61,8 @@ struct LoopStats {
   uint64_t turns;
 };
 // {"evaluations", "reviewSlices", "reviewsComplete", "longestSlice", "turns",
-//  "containers", "ribRoutes", "viaSets", "memory": {"requested", "held"}}
+//  "containers", "ribRoutes", "viaSets", "leakedRoutes",
+//  "memory": {"requested", "held"}}
 Json stats(const World& world, const LoopStats& loop);
 
 }  // namespace IpRibAgent::Show

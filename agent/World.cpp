@@ -16,6 +16,7 @@ World::World(const Setup& setup)
 
 World::~World() {
   // The library before the tables it reads.
+  leak_ = nullptr;
   builder_ = nullptr;
   ribMount_.clear();
 }
@@ -34,10 +35,13 @@ void World::start() {
       [this](Protocol::ContainerSm& c, bool multicast) { containerBuilt(c, multicast); });
   builder_->containerDroppingIs(
       [this](Protocol::ContainerSm& c, bool multicast) { containerDropping(c, multicast); });
+  leak_ = Kel::makePtr<LeakSide>(
+      Kel::Ptr<const Vrf::VrfIdMap::NameToIdMap>(&platform_.nameToIdMap()), protocol_);
   Kel::ActivityManager::instance().runUntilQuiet();
 }
 
 void World::restart() {
+  leak_ = nullptr;
   builder_ = nullptr;
   protocol_.restart();
   agentPlatform_.allVrfReadyStatus->vrfReadyStatusDelAll();

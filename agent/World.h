@@ -11,6 +11,7 @@
 // sets; the builder's hooks hand each new unicast container's Status and via
 // tables to the protocol, which writes its routes there, and take them back
 // before a container is dropped.
+// The leak root (LeakSide) is made with the library and dropped with it.
 // The RIB maps every route table the library writes (as a RIB process
 // reads them), so a restart finds the routes it left: `restart` drops the
 // library (containers, then the root) and starts it again under graceful
@@ -26,6 +27,7 @@
 #include <vector>
 
 #include "IpRib/ProtocolAgentBuilder.h"
+#include "agent/Leak.h"
 #include "agent/Platform.h"
 #include "agent/Protocol.h"
 
@@ -65,6 +67,9 @@ class World {
     return builder_ ? builder_->rootSm().ptr() : nullptr;
   }
 
+  // Null before start.
+  const LeakSide* leak() const { return leak_.ptr(); }
+
   // ------------------------------------------------------------ library side
   struct ContainerRef {
     L3::VrfName vrf;
@@ -98,6 +103,7 @@ class World {
   Platform platform_;
   ProtocolSide protocol_;
   Kel::Ptr<Routing::Protocol::AgentBuilder> builder_;
+  Kel::Ptr<LeakSide> leak_;
   // The RIB's mappings of the route tables, by path.
   std::map<std::string, Kel::Ptr<KelBrisk::Mount>> ribMount_;
   uint64_t droppedEvaluations_ = 0;

@@ -44,8 +44,9 @@ constexpr const char* demoHelp =
     "Runs an embedded scenario and prints each step's commands and what the\n"
     "library made of them: VRFs, ECMP static routes with metrics, a labelled\n"
     "via pushing out unlabelled ones, a BFD session going down and up, a via\n"
-    "metric change, a VRF becoming ready input by input, and a graceful\n"
-    "restart answering a RIB sequence trigger.\n";
+    "metric change, a route leaked from two VRFs with the lower VRF id winning,\n"
+    "a VRF becoming ready input by input, and a graceful restart answering a\n"
+    "RIB sequence trigger.\n";
 
 bool wantsHelp(int argc, char** argv) {
   for (int i = 2; i < argc; ++i) {

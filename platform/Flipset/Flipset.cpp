@@ -17,6 +17,7 @@ struct Default {
 };
 constexpr Default defaults[] = {
     {"StaticRouteMetric", true},
+    {"PacedViaMetricSweep", false},
 };
 
 class Parser {

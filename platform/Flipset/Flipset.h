@@ -9,7 +9,8 @@
 // that is not exactly that is reported once on stderr, at the load, and
 // ignored as a whole.
 // A toggle the file does not name has its built-in default: on for
-// "StaticRouteMetric", off for names the agent does not know.
+// "StaticRouteMetric", off for "PacedViaMetricSweep" and for names the agent
+// does not know.
 // One thread; the cache is process-wide.
 // Decided here: toggleStateIs overrides until the next reloadToggles, which
 // drops the file's values and the overrides alike.

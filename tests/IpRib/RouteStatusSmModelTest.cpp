@@ -12,8 +12,11 @@
 // set may outlive its routes, and the BFD tracking list must hold exactly what
 // the protocol's marks ask for. Inputs that RouteStatusSm does not watch per
 // prefix are followed by what the rest of the system does about them: the via
-// tracker stamps the routes that use a via, or the RIB bumps a table's
-// generation, which makes for a full review paced on the clock.
+// tracker (ViaMetricStatusSm, running beside it) stamps the routes that use a
+// via whose metric changed; for other changes of a via the test stamps its
+// users, or the RIB bumps a table's generation, which makes for a full review
+// paced on the clock. Each run goes with the tracker's sweeps paced
+// ("PacedViaMetricSweep" on, every sweep in slices) and unpaced.
 //
 // IPRIB_MODEL_SEED=<n> replays one seed; IPRIB_MODEL_EVENTS=<n> runs n events
 // on one seed, checking every few events (a scale run).
@@ -28,8 +31,10 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "IpRib/ProtocolViaMetricStatusSm.h"
 #include "tests/IpRib/RouteSelectionModel.h"
 #include "tests/IpRib/RouteStatusSmFixture.h"
 
@@ -109,8 +114,11 @@ std::string describe(const std::optional<ModelRoute>& r) {
 // One seed's world and its random walk.
 class RandomRun {
  public:
-  RandomRun(AddressFamily af, uint64_t seed)
-      : w_(af), rng_(seed), prefixes_(universe(af)), frozen_(prefixes_.size()) {}
+  RandomRun(AddressFamily af, bool pacedSweep, uint64_t seed)
+      : w_(af), rng_(seed), prefixes_(universe(af)), frozen_(prefixes_.size()) {
+    Flipset::toggleStateIs("PacedViaMetricSweep", pacedSweep);
+    dir_->statusIs(w_.status);
+  }
 
   // Runs `events` events, checking at a quiet moment after every
   // `checkEvery`-th. Stops at the first mismatch, which it reports.
@@ -138,9 +146,13 @@ class RandomRun {
   // Expectations checked, by kind, and routes with several vias or none.
   struct Coverage {
     uint64_t absent = 0, notReady = 0, present = 0, multiVia = 0, withoutVia = 0;
+    uint64_t sweepSlices = 0;
   };
   bool failed() const { return failed_; }
-  const Coverage& coverage() const { return coverage_; }
+  const Coverage& coverage() const {
+    coverage_.sweepSlices = vms_ ? vms_->sweepSlices() : 0;
+    return coverage_;
+  }
 
  private:
   // ------------------------------------------------------------ the world
@@ -214,6 +226,9 @@ class RandomRun {
     }
     w_.start();
     w_.sm->reviewQuantumIs(pick(2) == 0 ? 0 : defaultQuantum);
+    vms_ = viaMetricStatusSmFactory(w_.metricTree, dir_);
+    vms_->sweepThresholdIs(0);
+    vms_->sweepQuantumIs(pick(2) == 0 ? 0 : defaultQuantum);
     w_.status->initializedIs(true);
     w_.runUntilQuiet();
     check(0);
@@ -260,7 +275,7 @@ class RandomRun {
   void stamp(const IpGenPrefix& p) {
     if (Kel::Ptr<Route> r = w_.status->route(p)) r->routeChangedAtIs(Kel::System::currentTime());
   }
-  // What the via tracker does when a via's metric changes.
+  // What the via tracker would do had the via's metric changed.
   void stampUsers(const Rib::ViaKey& via) {
     for (const Slot& s : existingVias()) {
       if (key(s.via) == via) stamp(s.prefix);
@@ -420,12 +435,8 @@ class RandomRun {
     const RouteMetric m = pick(2) == 0 ? 1 : protocolMetrics[pick(4)];
     os << "addVia " << p << " pref " << unsigned(pref) << " " << type << " via " << i << " metric "
        << m;
+    // The tracker stamps a route that takes on a new via.
     w_.routePref(p, pref)->dedupViaKeyIs(type, w_.viaKeys->dedupViaKeyIs(key(i)), m);
-    // The via tracker stamps a route that takes on a new via.
-    if (pick(2) == 0) {
-      os << " +stamp";
-      stamp(p);
-    }
   }
 
   void delVia(std::ostream& os, bool wholeType) {
@@ -512,17 +523,19 @@ class RandomRun {
       os << m;
       metricIs(i, m);
     } else if (i == 13 && pick(2) == 0) {
+      // A table that goes tells its entries' trackers nothing.
       os << "table gone with its VRF";
       w_.metricTree->viaMetricStatusByTransportDel(otherVrfId);
+      return followViaChange(os, key(i));
     } else if (i == 14 && pick(2) == 0) {
       os << "table gone with its transport";
       w_.metricTree->viaMetricStatusByTransport(testVrfId)->viaMetricStatusByProtocolDel(
           key(i).kind());
+      return followViaChange(os, key(i));
     } else {
       os << "deleted";
       w_.metricTree->viaMetricStatusIs(key(i))->viaMetricDel(key(i));
     }
-    followViaChange(os, key(i));
   }
 
   // An installed route of the next-hop graph: 0 to 3 vias (none: connected).
@@ -585,6 +598,7 @@ class RandomRun {
     const double step = steps[pick(3)];
     os << "quantum " << quantum << " step " << step;
     if (w_.sm) w_.sm->reviewQuantumIs(quantum);
+    if (vms_) vms_->sweepQuantumIs(quantum);
     w_.time.time().stepIs(step);
   }
 
@@ -628,6 +642,7 @@ class RandomRun {
                                        : w_.ready->v6RouteReviewComplete())) {
       return fail(event, "the review is not complete at a quiet moment");
     }
+    if (vms_->sweepsPending() != 0) return fail(event, "a via sweep is pending at a quiet moment");
     const SelectionInputs in = inputs();
     for (size_t k = 0; k < prefixes_.size() && !failed_; ++k) checkPrefix(event, in, k);
     if (!failed_) checkRibHasNothingElse(event);
@@ -734,17 +749,21 @@ class RandomRun {
   }
 
   RouteStatusWorld w_;
+  Kel::Ptr<RouteStatusDir> dir_ = routeStatusDirFactory();
+  Kel::Ptr<ViaMetricStatusSm> vms_;  // after the world: it goes first
   std::mt19937_64 rng_;
   std::vector<IpGenPrefix> prefixes_;
   bool labelled_[viaCount + 1] = {};
   // Per prefix, while its route is not ready: the RIB route it must keep.
   std::vector<std::optional<std::optional<ModelRoute>>> frozen_;
   std::deque<std::string> recent_;
-  Coverage coverage_;
+  mutable Coverage coverage_;
   bool failed_ = false;
 };
 
-class RouteStatusSmModelTest : public ::testing::TestWithParam<AddressFamily> {};
+// The family, and whether the tracker's sweeps are paced.
+using ModelParam = std::tuple<AddressFamily, bool>;
+class RouteStatusSmModelTest : public ::testing::TestWithParam<ModelParam> {};
 
 TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
   const std::optional<uint64_t> replay = envNumber("IPRIB_MODEL_SEED");
@@ -754,7 +773,7 @@ TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
   for (uint64_t seed : seeds) {
     SCOPED_TRACE("seed " + std::to_string(seed) +
                  " (replay with IPRIB_MODEL_SEED=" + std::to_string(seed) + ")");
-    RandomRun run(GetParam(), seed);
+    RandomRun run(std::get<0>(GetParam()), std::get<1>(GetParam()), seed);
     run.run(scale.value_or(2000), scale ? 16 : 1);
     if (run.failed()) return;
     // A walk that never reaches these cases proves little.
@@ -763,6 +782,7 @@ TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
     EXPECT_GT(c.notReady, 0u);
     EXPECT_GT(c.multiVia, 0u);
     EXPECT_GT(c.withoutVia, 0u);
+    EXPECT_EQ(c.sweepSlices > 0, std::get<1>(GetParam()));
     if (scale) {
       std::cout << "seed " << seed << ": " << *scale
                 << " events; expectations checked: " << c.present << " routes (" << c.multiVia
@@ -772,11 +792,14 @@ TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Families, RouteStatusSmModelTest,
-                         ::testing::Values(AddressFamily::ipv4, AddressFamily::ipv6),
-                         [](const ::testing::TestParamInfo<AddressFamily>& info) {
-                           return info.param == AddressFamily::ipv4 ? "Ipv4" : "Ipv6";
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Families, RouteStatusSmModelTest,
+    ::testing::Combine(::testing::Values(AddressFamily::ipv4, AddressFamily::ipv6),
+                       ::testing::Bool()),
+    [](const ::testing::TestParamInfo<ModelParam>& info) {
+      return std::string(std::get<0>(info.param) == AddressFamily::ipv4 ? "Ipv4" : "Ipv6") +
+             (std::get<1>(info.param) ? "PacedViaSweep" : "");
+    });
 
 }  // namespace
 }  // namespace Routing::Protocol::Test

@@ -8,6 +8,7 @@
 // IPRIB_VMS_SEED=<n> replays one seed of the random walk.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <optional>
@@ -20,6 +21,7 @@
 #include "IpRib/ProtocolViaMetricStatusSm.h"
 #include "Kel/System.h"
 #include "Kel/Trace.h"
+#include "platform/Flipset/Flipset.h"
 #include "tests/IpRib/RouteStatusSmFixture.h"
 
 namespace Routing::Protocol::Test {
@@ -360,6 +362,102 @@ TEST(ViaMetricStatusSmTest, AViaResolvedLaterInstallsTheRouteThroughTheStamp) {
   w.time.time().advance(1);  // a stamp equal to the last one would notify nobody
   w.resolve(5);
   EXPECT_EQ(w.ribVias(p1), std::vector<uint32_t>{5});
+}
+
+// ------------------------------------------------------------ paced sweeps
+
+// "PacedViaMetricSweep" on while it lives.
+struct PacedSweeps {
+  PacedSweeps() { Flipset::toggleStateIs("PacedViaMetricSweep", true); }
+  ~PacedSweeps() { Flipset::reloadToggles(); }
+};
+
+// The stamps one route gets.
+class StampCount final : public Route::Notifiee {
+ public:
+  explicit StampCount(Route* route) { notifierIs(route); }
+  void onRouteChangedAt() override { ++stamps; }
+  int stamps = 0;
+};
+
+//   Via `shared` under ten routes of VRF 1, three of them through preferences
+//   1 and 2 (thirteen elements); via `few` under two routes. Threshold 4,
+//   quantum 0: a slice looks at one element; time moves 1 s a turn.
+TEST(ViaMetricStatusSmTest, APacedSweepStampsEachRouteOnceAndStartsOverOnASecondChange) {
+  PacedSweeps paced;
+  World w;
+  const Rib::ViaKey shared = via(AddressFamily::ipv4, 1, 1), few = via(AddressFamily::ipv4, 1, 2);
+  std::vector<IpGenPrefix> users;
+  for (uint32_t i = 0; i < 10; ++i) {
+    users.push_back(IpGenPrefix::fromV4(0x0a000000u + (i << 8), 24));
+    w.addVia(1, users.back(), 1, V::viaIntfNextHop, shared);
+    if (i < 3) w.addVia(1, users.back(), 2, V::viaNextHopOnly, shared);
+  }
+  w.addVia(1, p1, 1, V::viaIntfNextHop, few);
+  w.addVia(1, p2, 1, V::viaIntfNextHop, few);
+  w.metricIs(shared, 1);
+  w.metricIs(few, 1);
+  w.start();
+  w.sm->sweepThresholdIs(4);
+  w.sm->sweepQuantumIs(0);
+  std::map<IpGenPrefix, Kel::Ptr<StampCount>> count;
+  const auto countStamps = [&] {
+    count.clear();
+    for (const IpGenPrefix& p : users) count[p] = Kel::makePtr<StampCount>(w.route(1, p).ptr());
+  };
+  const auto stamped = [&] {
+    int n = 0;
+    for (const auto& [p, c] : count) n += c->stamps;
+    return n;
+  };
+  const auto turn = [&](double t) {
+    w.now(t);
+    return Kel::ActivityManager::instance().runOnce();
+  };
+  countStamps();
+
+  // A via of few routes is swept at once; one of many waits for the clock.
+  w.now(2000);
+  w.metricIs(few, 2);
+  EXPECT_EQ(w.changedAt(1, p1), 2000);
+  EXPECT_EQ(w.changedAt(1, p2), 2000);
+  w.metricIs(shared, 2);
+  EXPECT_TRUE(w.sm->sweepPending(shared));
+  EXPECT_EQ(stamped(), 0);
+  for (int k = 1; k <= 4; ++k) {
+    EXPECT_EQ(turn(2000 + k), 1u);
+    EXPECT_LE(stamped(), k);
+  }
+  EXPECT_GE(stamped(), 2);
+
+  // Meanwhile a route of one preference goes and another takes on the via (a
+  // stamp of its own).
+  const auto unstamped = std::find_if(users.begin() + 3, users.end(),
+                                      [&](const IpGenPrefix& p) { return count[p]->stamps == 0; });
+  ASSERT_NE(unstamped, users.end());
+  w.status(1, AddressFamily::ipv4)->routeDel(*unstamped);
+  count.erase(*unstamped);
+  users.erase(unstamped);
+  users.push_back(p3);
+  w.addVia(1, p3, 1, V::viaIntfNextHop, shared);
+  EXPECT_EQ(w.changedAt(1, p3), 2004);
+
+  // The via changes again: the sweep starts over, and every route it still
+  // reaches is stamped once after the change, whatever the first pass did.
+  w.now(2100);
+  w.metricIs(shared, 3);
+  EXPECT_EQ(w.sm->sweepsPending(), 1u);
+  countStamps();
+  const uint64_t slices = w.sm->sweepSlices();
+  for (double t = 2101; w.sm->sweepPending(shared) && t < 2200; ++t) turn(t);
+  EXPECT_FALSE(w.sm->sweepPending(shared));
+  // One element a slice: 13 - 1 (the route gone) + 1 (the new one).
+  EXPECT_EQ(w.sm->sweepSlices() - slices, 13u);
+  for (const IpGenPrefix& p : users) {
+    EXPECT_EQ(count[p]->stamps, 1) << p;
+    EXPECT_GT(w.changedAt(1, p), 2100) << p;
+  }
+  w.expectIndexExact();
 }
 
 // ------------------------------------------------------------ assertions
