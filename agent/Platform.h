@@ -24,7 +24,8 @@
 // the VRF's looping-route status, which makes route computation ask again.
 // Every method checks nothing that the command parser checks already; the
 // callers validate first so that a refused command changes nothing.
-// One thread. Costs: publishing a metric walks the via keys of its VRF.
+// One thread. Costs: publishing a metric walks the via keys of its VRF and
+// transport; a new via publishes its own metric only.
 #pragma once
 
 #include <array>
@@ -129,6 +130,8 @@ class Platform {
                                          const Rib::ViaKey& key, const Rib::Via& via) const;
   // Writes (or withdraws) the metrics of every known via of the VRF and transport.
   void publishMetrics(RibKind rib, const L3::VrfName& vrf, Rib::Transport transport);
+  void publishMetric(Rib::ViaMetricStatus& table, RibKind rib, const L3::VrfName& vrf,
+                     const Rib::ViaKey& key, const Rib::Via& via);
   void metricTableIs(RibKind rib, const L3::VrfName& vrf, Rib::Transport transport, bool on);
   // Writes the dependency graph's host route of a looping next hop in a VRF
   // (or drops it when no loop uses the next hop any more).

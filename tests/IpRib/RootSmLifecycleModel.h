@@ -141,6 +141,8 @@ class LifecycleModel {
   bool builderFollowsMap() const { return builderFollowsMap_; }
   // Containers the builder rebuilt because their VRF's id changed.
   uint64_t rebuilds() const { return rebuilds_; }
+  // Containers built so far: the newest container's serial.
+  uint64_t builds() const { return builds_; }
   // Whether every input of the family is there now, default-VRF tables read
   // afresh: what the set holds for `name` once each of its inputs was touched.
   bool inputsPresent(int family, const std::string& name) const;

@@ -79,8 +79,7 @@ void SystemRun::begin() {
 
 void SystemRun::step() {
   touched_.clear();
-  uint64_t builds = 0;
-  for (const auto& [key, c] : model_.containers()) builds = std::max(builds, c.serial);
+  const uint64_t builds = model_.builds();
   if (pick(1000000) < uint64_t(config_.restartsPerMillion)) {
     restartEvent();
     run("settle");
@@ -114,8 +113,10 @@ void SystemRun::step() {
   }
   // Each container built by the line scheduled a review of its Status, run
   // by the settle.
-  for (const auto& [key, c] : model_.containers()) {
-    if (c.serial > builds) model_.scheduledReviewRan(key);
+  if (model_.builds() > builds) {
+    for (const auto& [key, c] : model_.containers()) {
+      if (c.serial > builds) model_.scheduledReviewRan(key);
+    }
   }
   run("settle");
   ++events_;
