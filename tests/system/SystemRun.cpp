@@ -362,16 +362,23 @@ void SystemRun::intfIs(const std::string& name, int af, bool on) {
 // ------------------------------------------------------------ fresh start
 
 std::vector<std::string> SystemRun::closingPass() const {
+  // The default VRF's inputs back first: every other VRF's readiness hangs on them.
   std::vector<std::string> out;
-  const char* evpnOrV4 = model_.metric(false, 0, 0) ? " on" : " off";
+  for (int af = 0; af < 2; ++af) {
+    for (const char* mrib : {"", " mrib"}) {
+      out.push_back(std::string("vrf-input default metric ") + afText[af] + mrib + " on");
+      out.push_back(std::string("vrf-input default looping ") + afText[af] + mrib + " on");
+    }
+    out.push_back(std::string("vrf-input default intf ") + afText[af] + " on");
+  }
   out.push_back("vrf-input default metric ipv4 off");
-  out.push_back(std::string("vrf-input default metric ipv4") + evpnOrV4);
+  out.push_back("vrf-input default metric ipv4 on");
   for (const auto& [name, bare] : bare_) {
     for (const bool multicast : {false, true}) {
       for (int af = 0; af < 2; ++af) {
         const std::string line =
             "vrf-input " + name + " looping " + afText[af] + (multicast ? " mrib" : "");
-        const bool present = model_.looping(familyOf(multicast, af), name);
+        const bool present = name == "default" || model_.looping(familyOf(multicast, af), name);
         out.push_back(line + (present ? " off" : " on"));
         out.push_back(line + (present ? " on" : " off"));
       }

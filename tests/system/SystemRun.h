@@ -77,9 +77,9 @@ class SystemRun {
   // start it and mark every family initialized.
   std::vector<std::string> freshStartScript() const;
   // Lines that leave every ready set as the inputs say, whatever the past:
-  // the default VRF's metric table touched (the others read it afresh when
-  // next evaluated), then every family of every VRF re-evaluated by taking
-  // its looping-route status away and back.
+  // the default VRF's inputs all on, its metric table touched (the others
+  // read it afresh when next evaluated), then every family of every VRF
+  // re-evaluated by taking its looping-route status away and back.
   std::vector<std::string> closingPass() const;
   void runLines(const std::vector<std::string>& lines) {
     for (const std::string& line : lines) run(line);
