@@ -4,26 +4,38 @@ JOBS ?= $(shell nproc)
 
 # Debian packages the agent needs beyond the compiler, CMake and GoogleTest.
 AGENT_PACKAGES := nlohmann-json3-dev libreadline-dev
+# The fuzzers need clang and its libFuzzer runtime (Debian 12: clang 14).
+FUZZ_PACKAGES := clang libclang-rt-14-dev
+# Seconds each fuzz target runs in `make fuzz`.
+FUZZ_SECONDS ?= 60
 
-.PHONY: all deps demo test bench bench-build scale plot asan soak clean format
+.PHONY: all deps fuzz-deps demo test bench bench-build scale plot asan fuzz soak clean format
 
 all: deps $(BUILD)/Makefile
 	cmake --build $(BUILD) -j $(JOBS)
 
-# Installs the missing packages when run as root; otherwise says how and stops.
-deps:
-	@missing=""; for p in $(AGENT_PACKAGES); do \
+# Installs the missing packages ($(1), for $(2)) when run as root; otherwise
+# says how and stops.
+define install_missing
+	@missing=""; for p in $(1); do \
 	  dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
 	  if [ "$$(id -u)" = 0 ]; then \
 	    apt-get update && apt-get install -y $$missing; \
 	  else \
-	    echo "iprib needs:$$missing. Install with:"; \
+	    echo "$(2) needs:$$missing. Install with:"; \
 	    echo "  sudo apt-get install -y$$missing"; \
 	    exit 1; \
 	  fi; \
 	fi
+endef
+
+deps:
+	$(call install_missing,$(AGENT_PACKAGES),iprib)
+
+fuzz-deps:
+	$(call install_missing,$(FUZZ_PACKAGES),make fuzz)
 
 $(BUILD)/Makefile:
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -63,12 +75,18 @@ asan: deps
 	cmake --build build-asan -j $(JOBS)
 	cd build-asan && ctest --output-on-failure -j $(JOBS)
 
+# Every fuzz target for FUZZ_SECONDS, built with clang, ASan and UBSan in build-fuzz/.
+fuzz: deps fuzz-deps
+	cmake -S . -B build-fuzz -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo -DIPRIB_FUZZ=ON
+	cmake --build build-fuzz -j $(JOBS) --target fuzz-all
+	fuzz/run $(FUZZ_SECONDS) build-fuzz
+
 # Ten million random events through the whole system, then the churned
 # system against a fresh start with the same inputs (SEED and EVENTS to vary).
 SEED ?= 1
 EVENTS ?= 10000000
-# Built in the RelWithDebInfo tree: g++ 12 at -O3 refuses parts of the agent
-# (a false -Wrestrict in std::string's operator+).
+# Built in the test tree (RelWithDebInfo): it shares the system test's event
+# stream, so one configure serves both.
 soak: all
 	uptime
 	$(BUILD)/tests/soak --seed $(SEED) --events $(EVENTS)
@@ -77,4 +95,4 @@ format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD) build-bench build-asan
+	rm -rf $(BUILD) build-bench build-asan build-fuzz

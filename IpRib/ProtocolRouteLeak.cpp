@@ -78,21 +78,31 @@ Kel::Ptr<LeakRoute> leakRouteFactory(const VrfIdAf& vrfAf, Kel::Ptr<const Routin
   return Kel::makePtr<LeakRoute>(vrfAf, std::move(route));
 }
 
+LeakRouteDir::~LeakRouteDir() {
+  for (const Entry& e : leakRoute_) e.leakRoute->delRef();
+}
+
 Kel::Ptr<LeakRoute> LeakRouteDir::leakRouteIs(const VrfIdAf& vrfAf,
                                               const Kel::Ptr<const Routing::Route>& route) {
   KEL_ASSERT(route);
+  Kel::Ptr<LeakRoute> lr;
   const auto [e, added] = leakRoute_.insertWith(route->key(), [&] {
-    return Entry{leakRouteFactory(vrfAf, route), Vrf::VrfIdMap::invalidVrfId};
+    lr = leakRouteFactory(vrfAf, route);
+    lr->newRef();  // the directory's reference
+    return Entry{LeakRouteRef::of(lr.ptr()), Vrf::VrfIdMap::invalidVrfId};
   });
   KEL_ASSERT(added);
-  Kel::Ptr<LeakRoute> lr = e->leakRoute;
   notifyKey(&Notifiee::onLeakRoute, route->key());
   return lr;
 }
 
 void LeakRouteDir::leakRouteDel(const Routing::RouteKey& k) {
-  const Kel::Ptr<LeakRoute> old = leakRoute(k);
-  if (!old) return;
+  const Entry* e = leakRoute_.find(k);
+  if (e == nullptr) return;
+  // The directory's reference passes to `old`, which lets go once the
+  // reactors have heard.
+  const Kel::Ptr<LeakRoute> old(e->leakRoute.get());
+  old->delRef();
   leakRoute_.erase(k);
   notifyKey(&Notifiee::onLeakRoute, k);
 }

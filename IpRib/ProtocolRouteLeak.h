@@ -15,15 +15,17 @@
 // element's key when an element is added, replaced or removed; writing the
 // element already there notifies nobody. The leakRoute collections (keyed by
 // Routing::RouteKey) are hash ordered with seek(), and give their memory
-// back when they empty: a LeakRouteDir's is dense (16 bytes an entry plus 9
-// to 18 bytes of index), the others open-addressed (18 to 37 bytes an
-// entry, for cheap erases). They hash with a seed of their own: they are
-// filled by walking a route list in its order.
+// back when they empty: a LeakRouteDir's is dense (8 bytes an entry plus 9
+// to 18 bytes of index), the others open-addressed (9 to 18 bytes an entry,
+// for cheap erases); all keep LeakRoutes by 32-bit handle. They hash with a
+// seed of their own: they are filled by walking a route list in its order.
 // Only the leak reactors (ProtocolRouteLeakSm) call the mutators.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <new>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -33,6 +35,7 @@
 #include "Kel/Collections.h"
 #include "Kel/DenseHashTable.h"
 #include "Kel/Entity.h"
+#include "Kel/Slab.h"
 #include "Kel/Strep.h"
 #include "platform/Pando/AddressFamily.h"
 #include "platform/Routing/Route/Route.h"
@@ -101,23 +104,55 @@ std::ostream& operator<<(std::ostream& os, const VrfPairAf& v);
 // ------------------------------------------------------------------- entities
 
 // One route of a source VRF that is to be leaked: the source route itself,
-// shared, not copied. Its key is its route's key.
+// shared, not copied. Its key is its route's key. LeakRoutes sit in one slab
+// (Kel/Slab.h), so that the large tables that refer to them keep 32-bit
+// handles (LeakRouteRef) instead of pointers.
 class LeakRoute final : public Kel::Entity {
  public:
   LeakRoute(const VrfIdAf& vrfAf, Kel::Ptr<const Routing::Route> route)
       : vrfAf_(vrfAf), route_(std::move(route)) {}
+  static void* operator new(std::size_t size) {
+    KEL_ASSERT(size == slab().blockSize());
+    return slab().allocate();
+  }
+  static void operator delete(void* p) { Kel::Slab::deallocate(p); }
   const char* typeName() const override { return "Routing::Protocol::LeakRoute"; }
 
   const VrfIdAf& vrfAf() const { return vrfAf_; }
   const Kel::Ptr<const Routing::Route>& route() const { return route_; }
   const Routing::RouteKey& key() const { return route_->key(); }
 
+  uint32_t handle() const { return slab().handleOf(this); }
+  static LeakRoute* of(uint32_t handle) { return static_cast<LeakRoute*>(slab().block(handle)); }
+
  private:
+  // Never destroyed (LeakRoutes may outlive every other static), and made
+  // in place, not on the heap.
+  static Kel::Slab& slab() {
+    alignas(Kel::Slab) static unsigned char place[sizeof(Kel::Slab)];
+    static Kel::Slab* const s = new (place) Kel::Slab(sizeof(LeakRoute));
+    return *s;
+  }
+
   VrfIdAf vrfAf_;
   Kel::Ptr<const Routing::Route> route_;
 };
 
 Kel::Ptr<LeakRoute> leakRouteFactory(const VrfIdAf& vrfAf, Kel::Ptr<const Routing::Route> route);
+
+// A LeakRoute by its handle: half a pointer in a table's slot. It counts
+// nothing itself: the table that keeps one holds a reference for it
+// (newRef when filed, delRef when dropped).
+struct LeakRouteRef {
+  uint32_t handle = Kel::Slab::nullHandle;
+
+  static LeakRouteRef of(const LeakRoute* r) { return LeakRouteRef{r->handle()}; }
+  LeakRoute* get() const { return LeakRoute::of(handle); }
+  LeakRoute* operator->() const { return get(); }
+  // Iterating a table gives counted references, as a table of Ptrs would.
+  operator Kel::Ptr<const LeakRoute>() const { return Kel::Ptr<const LeakRoute>(get()); }
+  bool operator==(const LeakRouteRef&) const = default;
+};
 
 namespace detail {
 
@@ -132,46 +167,60 @@ struct LeakRouteTraits {
   static uint32_t hash(const Routing::RouteKey& k) { return k.hash(leakRouteHashSeed); }
 };
 
-inline const Routing::RouteKey& refKey(const Kel::Ptr<const LeakRoute>& r) { return r->key(); }
+inline const Routing::RouteKey& refKey(const LeakRouteRef& r) { return r->key(); }
 
 // A collection of counted references to LeakRoutes by their keys, shared by
 // LeakRouteConfig and LeakRouteList; Self notifies `onLeakRoute(key)`.
 template <class Self>
 class LeakRouteRefs : public Kel::Entity {
-  using Traits = LeakRouteTraits<Kel::Ptr<const LeakRoute>, refKey>;
+  struct Traits : LeakRouteTraits<LeakRouteRef, refKey> {
+    static constexpr LeakRouteRef vacant{};
+  };
 
  public:
   // Open-addressed: an erase costs one probe, where a dense table would
-  // also move its last entry and look that one up again.
+  // also move its last entry and look that one up again. A slot is a hash
+  // and a handle: 8 bytes.
   using LeakRouteMap = Kel::HashTable<Traits>;
   class Notifiee : public Kel::NotifieeOf<Self> {
    public:
     virtual void onLeakRoute(const Routing::RouteKey&) {}
   };
+  ~LeakRouteRefs() override {
+    for (const LeakRouteRef& r : leakRoute_) r->delRef();
+  }
 
   // In hash order; seek() resumes at a key.
   const LeakRouteMap& leakRoute() const { return leakRoute_; }
   Kel::Ptr<const LeakRoute> leakRoute(const Routing::RouteKey& k) const {
-    const Kel::Ptr<const LeakRoute>* r = leakRoute_.find(k);
-    return r ? *r : nullptr;
+    const LeakRouteRef* r = leakRoute_.find(k);
+    return r ? *r : Kel::Ptr<const LeakRoute>();
   }
   uint32_t leakRoutes() const { return leakRoute_.size(); }
 
   // Files `r` under its key: adds, replaces, or leaves the same one as it is.
   void leakRouteIs(const Kel::Ptr<const LeakRoute>& r) {
     KEL_ASSERT(r);
-    const auto [slot, added] = leakRoute_.insertWith(r->key(), [&] { return r; });
+    const LeakRouteRef ref = LeakRouteRef::of(r.ptr());
+    const auto [slot, added] = leakRoute_.insertWith(r->key(), [&] { return ref; });
     // A replaced one dies once the reactors have heard.
     Kel::Ptr<const LeakRoute> old;
     if (!added) {
-      if (*slot == r) return;
-      old = std::exchange(*slot, r);
+      if (*slot == ref) return;
+      old = *slot;
+      (*slot)->delRef();
+      *slot = ref;
     }
+    r->newRef();
     notifyKey(&Notifiee::onLeakRoute, r->key());
   }
   void leakRouteDel(const Routing::RouteKey& k) {
-    const Kel::Ptr<const LeakRoute> old = leakRoute(k);
-    if (!old) return;
+    const LeakRouteRef* r = leakRoute_.find(k);
+    if (r == nullptr) return;
+    // The table's reference passes to `old`, which lets go once the
+    // reactors have heard.
+    const Kel::Ptr<const LeakRoute> old = *r;
+    (*r)->delRef();
     leakRoute_.erase(k);
     notifyKey(&Notifiee::onLeakRoute, k);
   }
@@ -237,8 +286,9 @@ class RefMap {
 // costs no table of its own.
 class LeakRouteDir final : public Kel::Entity {
  public:
+  // 8 bytes: the LeakRoute, counted, and the note.
   struct Entry {
-    Kel::Ptr<LeakRoute> leakRoute;
+    LeakRouteRef leakRoute;
     Vrf::VrfIdMap::VrfId leakTo;
   };
 
@@ -252,12 +302,13 @@ class LeakRouteDir final : public Kel::Entity {
    public:
     virtual void onLeakRoute(const Routing::RouteKey&) {}
   };
+  ~LeakRouteDir() override;
   const char* typeName() const override { return "Routing::Protocol::LeakRouteDir"; }
 
   const LeakRouteMap& leakRoute() const { return leakRoute_; }
   Kel::Ptr<LeakRoute> leakRoute(const Routing::RouteKey& k) const {
     const Entry* e = leakRoute_.find(k);
-    return e ? e->leakRoute : nullptr;
+    return e ? Kel::Ptr<LeakRoute>(e->leakRoute.get()) : nullptr;
   }
   uint32_t leakRoutes() const { return leakRoute_.size(); }
   // Creates the LeakRoute of `route`; none may be filed under its key.

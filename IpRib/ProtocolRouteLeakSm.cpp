@@ -1,5 +1,6 @@
 #include "IpRib/ProtocolRouteLeakSm.h"
 
+#include <cstddef>
 #include <sstream>
 
 #include "Kel/Assert.h"
@@ -36,23 +37,32 @@ class MuxSm::KelRouteConfig final : public Routing::RouteList::Notifiee {
   MuxSm* sm_;
 };
 
-class MuxSm::KelRoute final : public Routing::Route::Notifiee, public Kel::Listed<KelRoute> {
+// One per route of the list, kept in the mux's slab: it finds the mux from
+// its own address, so it holds nothing but the framework's reactor fields.
+class MuxSm::KelRoute final : public Routing::Route::Notifiee {
  public:
-  KelRoute(MuxSm* sm, const Routing::Route* route) : sm_(sm) { notifierIs(route); }
+  explicit KelRoute(const Routing::Route* route) { notifierIs(route); }
+  static void* operator new(std::size_t size, Kel::Slab& slab) {
+    return Kel::NestedReactorSlab<KelRoute>::slabAllocate(size, slab);
+  }
+  static void operator delete(void* p) { Kel::Slab::deallocate(p); }
+  static void operator delete(void* p, Kel::Slab&) { Kel::Slab::deallocate(p); }
+
   // While filed, the route is the list's route for its key: no look-up.
-  void onLeakVrfName() override { sm_->handleRouteOf(*notifier()); }
-  void onMetric() override { sm_->handleRouteOf(*notifier()); }
+  void onLeakVrfName() override { sm()->handleRouteOf(*notifier()); }
+  void onMetric() override { sm()->handleRouteOf(*notifier()); }
   void onFiled() override {
     if (notifier()->filed()) return;
     // Deleted rather than replaced: withdraw it now. A replacement is
     // classified when the list tells of its key.
+    MuxSm* sm = this->sm();
     const Routing::RouteKey k = notifier()->key();
-    if (!sm_->routeConfig_->route(k)) sm_->handleRouteDelete(k);
-    sm_->routeDel(this);
+    if (!sm->routeConfig_->route(k)) sm->handleRouteDelete(k);
+    sm->routeDel(this);
   }
 
  private:
-  MuxSm* sm_;
+  MuxSm* sm() const { return static_cast<MuxSm*>(Kel::NestedReactorSlab<KelRoute>::owner(this)); }
 };
 
 class MuxSm::KelClock final : public Kel::Clock::Notifiee {
@@ -83,9 +93,7 @@ MuxSm::MuxSm(const VrfIdAf& vrfIdAf, const Kel::Ptr<const Routing::RouteList>& r
 
 MuxSm::~MuxSm() = default;
 
-void MuxSm::routeIs(const Routing::Route* route) {
-  kelRoute_.insert(Kel::makePtr<KelRoute>(this, route));
-}
+void MuxSm::routeIs(const Routing::Route* route) { kelRoute_.make(route); }
 
 void MuxSm::routeDel(KelRoute* reactor) { kelRoute_.erase(reactor); }
 
@@ -166,7 +174,7 @@ void MuxSm::classify(const Routing::RouteKey& k, const Routing::Route* current) 
   }
   // One look-up for the LeakRoute and the note beside it (oldLeakTo).
   const LeakRouteDir::Entry* entry = leakRouteDir_->leakRoute().find(k);
-  Kel::Ptr<LeakRoute> lr = entry ? entry->leakRoute : nullptr;
+  Kel::Ptr<LeakRoute> lr = entry ? entry->leakRoute.get() : nullptr;
   Vrf::VrfIdMap::VrfId oldTo = entry ? entry->leakTo : vrfIdNull;
   if (lr && !(lr->route() == route)) {
     LEAK_DUALLOG("handleRoute",
@@ -433,12 +441,10 @@ void DemuxSm::handleLeakRouteList(const VrfPairAf& key) {
   KEL_ASSERT(key.dstVrf() == vrfIdAf().vrfId());
   KEL_ASSERT(key.af() == vrfIdAf().af());
   if (const Kel::Ptr<const LeakRouteList> list = inputLeakRouteListSet_->leakRouteList(key)) {
-    for (const Kel::Ptr<const LeakRoute>& lr : list->leakRoute()) backlogIs(lr->key());
+    for (const LeakRouteRef& lr : list->leakRoute()) backlogIs(lr->key());
   } else {
     // Its keys went with it: decide every key of the output again.
-    for (const Kel::Ptr<const LeakRoute>& lr : leakRouteConfig_->leakRoute()) {
-      backlogIs(lr->key());
-    }
+    for (const LeakRouteRef& lr : leakRouteConfig_->leakRoute()) backlogIs(lr->key());
   }
   scheduleReview();
 }
@@ -448,10 +454,10 @@ void DemuxSm::handleLeakRoute(const Routing::RouteKey& k) {
   KEL_ASSERT(initialized());
   const LeakRoute* best = nullptr;
   for (const Kel::Ptr<const LeakRouteList>& list : inputLeakRouteListSet_->leakRouteList()) {
-    const Kel::Ptr<const LeakRoute>* l = list->leakRoute().find(k);
+    const LeakRouteRef* l = list->leakRoute().find(k);
     if (l == nullptr) continue;
     // An equal source does not replace the first found.
-    if (best == nullptr || (*l)->vrfAf() < best->vrfAf()) best = l->ptr();
+    if (best == nullptr || (*l)->vrfAf() < best->vrfAf()) best = l->get();
   }
   if (best == nullptr) {
     leakRouteConfig_->leakRouteDel(k);

@@ -21,9 +21,10 @@
 // A mux sizes its directory for its whole route list before a full pass, so
 // that no slice pays for a large table's growth. Passes and single changes
 // read ahead the slots they will probe (Kel/Prefetch.h): a first pass runs at
-// about 2 million routes a second. Memory: a watcher per source route (48
-// bytes) and, per leaked route, its LeakRoute (40), its directory entry and
-// its list and config entries (about 60 at a 100,000-route list).
+// about 2 million routes a second. Memory: a watcher per source route (24
+// bytes, in the mux's slab) and, per leaked route, its LeakRoute (40), its
+// directory entry and index slot (8 plus 9 to 18) and its list and config
+// slots (8 bytes each, 9 to 18 with the free ones).
 // Programming faults (a reactor tree out of step with its entities) end the
 // process through KEL_ASSERT; a route whose target VRF is unknown is simply
 // not leaked until an event for it (or a review) finds the name mapped: a
@@ -139,8 +140,9 @@ class MuxSm final : public Kel::NotifieeBase {
 
   Kel::NestedReactor<KelRouteConfig> kelRouteConfig_;
   // Reached through their routes: a keyed table of a million reactors
-  // would cost a cache miss for every route the agent adds.
-  Kel::NestedReactorList<KelRoute> kelRoute_;
+  // would cost a cache miss for every route the agent adds. In a slab, a
+  // watcher costs 24 bytes: no links, no pointer back to the mux.
+  Kel::NestedReactorSlab<KelRoute> kelRoute_;
   Kel::NestedReactor<KelClock> kelClock_;
 };
 

@@ -111,8 +111,9 @@ void ContainerKeySet::containerKeyDelAll() {
 
 DedupViaKeyMetric::DedupViaKeyMetric(Kel::Ptr<const Rib::DedupViaKey> dedupViaKey,
                                      RouteMetric metric)
-    : dedupViaKey_(std::move(dedupViaKey)), metric_(metric) {
+    : dedupViaKey_(std::move(dedupViaKey)) {
   KEL_ASSERT(dedupViaKey_);
+  word_ = metric;
 }
 
 // ------------------------------------------------------ DedupViaKeyByViaType

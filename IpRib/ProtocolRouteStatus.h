@@ -132,12 +132,12 @@ class DedupViaKeyMetric final : public Kel::Entity {
 
   const Kel::Ptr<const Rib::DedupViaKey>& dedupViaKey() const { return dedupViaKey_; }
   const Rib::ViaKey& viaKey() const { return dedupViaKey_->key(); }
-  RouteMetric metric() const { return metric_; }
-  void metricIs(RouteMetric m) { attributeIs(metric_, m, &Notifiee::onMetric); }
+  // Kept in the entity's spare word.
+  RouteMetric metric() const { return word_; }
+  void metricIs(RouteMetric m) { attributeIs(word_, m, &Notifiee::onMetric); }
 
  private:
   Kel::Ptr<const Rib::DedupViaKey> dedupViaKey_;
-  RouteMetric metric_;
 };
 
 // The vias of one via type at one preference. Never empty while reachable
@@ -151,10 +151,11 @@ class DedupViaKeyByViaType final : public Kel::Entity {
    public:
     virtual void onDedupViaKey(const Rib::ViaKey&) {}
   };
-  explicit DedupViaKeyByViaType(ViaType viaType) : viaType_(viaType) {}
+  explicit DedupViaKeyByViaType(ViaType viaType) { word_ = uint32_t(viaType.viaType()); }
   const char* typeName() const override { return "Routing::Protocol::DedupViaKeyByViaType"; }
 
-  ViaType viaType() const { return viaType_; }
+  // Kept in the entity's spare word.
+  ViaType viaType() const { return ViaType(ViaTypeEnum(word_)); }
   Kel::Ptr<DedupViaKeyMetric> dedupViaKey(const Rib::ViaKey& k) const;
   const DedupViaKeyMap& dedupViaKey() const { return dedupViaKey_; }
   uint32_t dedupViaKeySize() const { return dedupViaKey_.size(); }
@@ -164,7 +165,6 @@ class DedupViaKeyByViaType final : public Kel::Entity {
   void dedupViaKeyDelAll();
 
  private:
-  ViaType viaType_;
   DedupViaKeyMap dedupViaKey_;
 };
 

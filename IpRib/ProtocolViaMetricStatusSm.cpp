@@ -14,7 +14,7 @@ Kel::TraceFacility trace("IpRib::ViaMetricStatusSm");
 
 // Keeps the reactor of `key` while it watches `entity`, else makes one for
 // `entity` (replacing any). Returns whether a reactor was made.
-template <class K, class R, template <class> class C, class E, class Owner>
+template <class K, class R, template <class, auto...> class C, class E, class Owner>
 bool reactorIs(Kel::NestedReactors<K, R, C>& reactors, const K& key, E* entity, Owner* owner) {
   if (entity == nullptr) return false;
   if (const R* r = reactors.find(key); r != nullptr && r->notifier() == entity) return false;
@@ -171,7 +171,6 @@ class ViaMetricStatusSm::KelRouteStatusDir final : public RouteStatusDir::Notifi
 // through the via type reactors, which file what a new via type holds.
 class ViaMetricStatusSm::KelRouteStatus final : public Status::Notifiee {
  public:
-  class KelRoute;
   using RouteReactors = Kel::NestedReactors<Pando::IpGenPrefix, KelRoute>;
   KelRouteStatus(ViaMetricStatusSm* sm, Status* status);
   const RouteStatusKey& key() const { return notifier()->key(); }
@@ -203,14 +202,19 @@ class ViaMetricStatusSm::KelRouteStatus final : public Status::Notifiee {
   bool indexWithdrawn_ = false;
 };
 
-class ViaMetricStatusSm::KelRouteStatus::KelRoute final : public Route::Notifiee {
+class ViaMetricStatusSm::KelRoute final : public Route::Notifiee {
  public:
   class KelRoutePref;
   using RoutePrefReactors = Kel::NestedReactors<RoutePreference, KelRoutePref, Kel::FlatMap>;
   KelRoute(KelRouteStatus* parent, Route* route);
   const Pando::IpGenPrefix& key() const { return notifier()->prefix(); }
-  KelRouteStatus* parent() const { return parent_; }
+  KelRouteStatus* parent() const { return reinterpret_cast<KelRouteStatus*>(parent_ & ~markBit); }
   const RoutePrefReactors& routePref() const { return routePref_; }
+  // Marked by a filing whose stamp is deferred; any write of routeChangedAt
+  // serves the mark, as it would have overwritten the stamp.
+  bool stampMarked() const { return (parent_ & markBit) != 0; }
+  void stampMarkedIs(bool v) { parent_ = (parent_ & ~markBit) | (v ? markBit : 0); }
+  void onRouteChangedAt() override { stampMarkedIs(false); }
 
   void onRoutePref(const RoutePreference& pref) override {
     if (notifier()->routePref(pref)) {
@@ -229,11 +233,14 @@ class ViaMetricStatusSm::KelRouteStatus::KelRoute final : public Route::Notifiee
   }
 
  private:
-  KelRouteStatus* parent_;
+  // The parent's address, its low bit the stamp mark: a million route
+  // reactors have no spare byte for a flag.
+  static constexpr uintptr_t markBit = 1;
+  uintptr_t parent_;
   RoutePrefReactors routePref_;
 };
 
-class ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref final : public RoutePref::Notifiee {
+class ViaMetricStatusSm::KelRoute::KelRoutePref final : public RoutePref::Notifiee {
  public:
   class KelDedupViaKeyByViaType;
   using ViaTypeReactors = Kel::NestedReactors<ViaType, KelDedupViaKeyByViaType, Kel::FlatMap>;
@@ -258,8 +265,8 @@ class ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref final : public R
               "handleViaKey(const Routing::Rib::ViaKey&)"
                   << " for " << viaKey);
     KelRouteStatus* status = parent_->parent();
-    status->sm()->handleRouteViaKey(status->notifier(), parent_->notifier(), notifier(), viaKey,
-                                    false, false);
+    status->sm()->fileRouteViaKey(status->notifier(), parent_->notifier(), notifier(), viaKey,
+                                  false, false, parent_);
   }
   void handleDel() override;
 
@@ -268,7 +275,7 @@ class ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref final : public R
   ViaTypeReactors dedupViaKeyByViaType_;
 };
 
-class ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::KelDedupViaKeyByViaType final
+class ViaMetricStatusSm::KelRoute::KelRoutePref::KelDedupViaKeyByViaType final
     : public DedupViaKeyByViaType::Notifiee {
  public:
   KelDedupViaKeyByViaType(KelRoutePref* parent, DedupViaKeyByViaType* byType) : parent_(parent) {
@@ -293,20 +300,19 @@ void ViaMetricStatusSm::KelRouteStatus::routeIs(const Pando::IpGenPrefix& prefix
   reactorIs(route_, prefix, notifier()->route(prefix).ptr(), this);
 }
 
-ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoute(KelRouteStatus* parent, Route* route)
-    : parent_(parent), routePref_(this) {
+ViaMetricStatusSm::KelRoute::KelRoute(KelRouteStatus* parent, Route* route)
+    : parent_(reinterpret_cast<uintptr_t>(parent)), routePref_(this) {
   notifierIs(route);
   for (const Kel::Ptr<RoutePref>& pref : route->routePref()) {
     routePref_.insert(Kel::makePtr<KelRoutePref>(this, pref.ptr()));
   }
 }
 
-void ViaMetricStatusSm::KelRouteStatus::KelRoute::routePrefIs(RoutePreference pref) {
+void ViaMetricStatusSm::KelRoute::routePrefIs(RoutePreference pref) {
   reactorIs(routePref_, pref, notifier()->routePref(pref).ptr(), this);
 }
 
-ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::KelRoutePref(KelRoute* parent,
-                                                                        RoutePref* routePref)
+ViaMetricStatusSm::KelRoute::KelRoutePref::KelRoutePref(KelRoute* parent, RoutePref* routePref)
     : parent_(parent), dedupViaKeyByViaType_(this) {
   notifierIs(routePref);
   for (const Kel::Ptr<DedupViaKeyByViaType>& byType : routePref->dedupViaKeyByViaType()) {
@@ -314,15 +320,13 @@ ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::KelRoutePref(KelRoute
   }
 }
 
-void ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::dedupViaKeyByViaTypeIs(
-    const ViaType& viaType) {
+void ViaMetricStatusSm::KelRoute::KelRoutePref::dedupViaKeyByViaTypeIs(const ViaType& viaType) {
   const Kel::Ptr<DedupViaKeyByViaType> byType = notifier()->dedupViaKeyByViaType(viaType);
   if (!reactorIs(dedupViaKeyByViaType_, viaType, byType.ptr(), this)) return;
   for (const Kel::Ptr<DedupViaKeyMetric>& via : byType->dedupViaKey()) handleViaKey(via->viaKey());
 }
 
-void ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::dedupViaKeyByViaTypeDel(
-    const ViaType& viaType) {
+void ViaMetricStatusSm::KelRoute::KelRoutePref::dedupViaKeyByViaTypeDel(const ViaType& viaType) {
   const KelDedupViaKeyByViaType* reactor = dedupViaKeyByViaType_.find(viaType);
   if (reactor == nullptr) return;
   const Kel::Ptr<DedupViaKeyByViaType> gone(reactor->notifier());
@@ -330,7 +334,7 @@ void ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::dedupViaKeyByVia
   for (const Kel::Ptr<DedupViaKeyMetric>& via : gone->dedupViaKey()) handleViaKey(via->viaKey());
 }
 
-void ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::handleDel() {
+void ViaMetricStatusSm::KelRoute::KelRoutePref::handleDel() {
   KEL_TRACE(trace, 8,
             "void Routing::Protocol::ViaMetricStatusSm::KelRouteStatus::KelRoute::KelRoutePref::"
             "handleDel()");
@@ -461,7 +465,7 @@ void ViaMetricStatusSm::handleRouteStatus(const RouteStatusKey& key, bool forceD
             routePref->dedupViaKeyByViaType(kelByType->key());
         KEL_ASSERT(dedupViaKeyByViaType);
         for (const Kel::Ptr<DedupViaKeyMetric>& via : dedupViaKeyByViaType->dedupViaKey()) {
-          handleRouteViaKey(rs, route, routePref, via->viaKey(), forceDel, true);
+          fileRouteViaKey(rs, route, routePref, via->viaKey(), forceDel, true, kelRoute.ptr());
         }
       }
     }
@@ -473,6 +477,13 @@ void ViaMetricStatusSm::handleRouteViaKey(const Kel::Ptr<Status>& rs, const Kel:
                                           const Rib::ViaKey& viaKey, bool forceDel,
                                           bool viaKeyExists) {
   KEL_ASSERT(rs && route && routePref);
+  fileRouteViaKey(rs, route, routePref, viaKey, forceDel, viaKeyExists, nullptr);
+}
+
+void ViaMetricStatusSm::fileRouteViaKey(const Kel::Ptr<Status>& rs, const Kel::Ptr<Route>& route,
+                                        const Kel::Ptr<RoutePref>& routePref,
+                                        const Rib::ViaKey& viaKey, bool forceDel, bool viaKeyExists,
+                                        KelRoute* watcher) {
   KEL_TRACE(trace, 8,
             "void Routing::Protocol::ViaMetricStatusSm::handleRouteViaKey(const Ptr&, const Ptr&, "
             "const Ptr&, const Routing::Rib::ViaKey&, bool, bool)"
@@ -495,7 +506,7 @@ void ViaMetricStatusSm::handleRouteViaKey(const Kel::Ptr<Status>& rs, const Kel:
     }
     const uint32_t before = rbvk->routeSize();
     rbvk->routeIs(e);
-    if (rbvk->routeSize() != before) route->routeChangedAtIs(Kel::System::currentTime());
+    if (rbvk->routeSize() != before) stampFiled(*rs, *route, watcher);
     return;
   }
   if (!rbvk) return;
@@ -601,19 +612,61 @@ ViaMetricStatusSm::RouteSet::const_iterator ViaMetricStatusSm::visitAhead(
 class ViaMetricStatusSm::KelClock final : public Kel::Clock::Notifiee {
  public:
   KelClock(ViaMetricStatusSm* sm, const Kel::Clock* clock) : sm_(sm) { notifierIs(clock); }
-  void onTimeMin() override { sm_->doSweep(); }
+  // Marked routes first, in turns of their own: their filings came before
+  // the changes of any via whose sweep is pending.
+  void onTimeMin() override {
+    if (sm_->filingStampsPending() == 0) return sm_->doSweep();
+    const double now = Kel::System::currentTime();
+    if (sm_->doFilingStamps(now) && sm_->sweepsPending() != 0) sm_->clock()->timeMinIs(now);
+  }
 
  private:
   ViaMetricStatusSm* sm_;
 };
 
-bool ViaMetricStatusSm::pacedSweep() {
+void ViaMetricStatusSm::readToggles() {
   const uint64_t version = Flipset::togglesVersion();
-  if (version != toggleVersion_) {
-    pacedSweep_ = Flipset::getToggleState("PacedViaMetricSweep");
-    toggleVersion_ = version;
+  if (version == toggleVersion_) return;
+  pacedSweep_ = Flipset::getToggleState("PacedViaMetricSweep");
+  deferredStamp_ = Flipset::getToggleState("DeferredViaFilingStamp");
+  toggleVersion_ = version;
+}
+
+void ViaMetricStatusSm::stampFiled(const Status& rs, Route& route, KelRoute* watcher) {
+  if (deferredStamp() && watcher == nullptr) {
+    // Only a direct call of handleRouteViaKey comes without the reactor.
+    if (const KelRouteStatus* status = routeStatus_.find(rs.key())) {
+      watcher = status->route().find(route.prefix());
+    }
   }
-  return pacedSweep_;
+  if (!deferredStamp() || watcher == nullptr) {
+    route.routeChangedAtIs(Kel::System::currentTime());
+    return;
+  }
+  if (watcher->stampMarked()) return;
+  KEL_TRACE(trace, 9, "handleRouteViaKey deferring the stamp of " << route.prefix());
+  watcher->stampMarkedIs(true);
+  // The first mark wakes the clock; it stays due until every mark is served.
+  if (filed_.empty()) clock_->timeMinIs(Kel::System::currentTime());
+  filed_.emplace_back(watcher);
+}
+
+bool ViaMetricStatusSm::doFilingStamps(double start) {
+  while (filedServed_ != filed_.size()) {
+    KelRoute& watcher = *filed_[filedServed_++];
+    if (!watcher.stampMarked()) continue;
+    watcher.stampMarkedIs(false);
+    Route& route = *watcher.notifier();
+    if (route.filed()) route.routeChangedAtIs(Kel::System::currentTime());
+    if (start + sweepQuantum_ <= Kel::System::currentTime()) break;
+  }
+  if (filedServed_ != filed_.size()) {
+    clock_->timeMinIs(Kel::System::currentTime());
+    return false;
+  }
+  std::vector<Kel::Ptr<KelRoute>>().swap(filed_);
+  filedServed_ = 0;
+  return true;
 }
 
 void ViaMetricStatusSm::sweepIs(const Rib::ViaKey& viaKey) {

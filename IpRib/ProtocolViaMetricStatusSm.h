@@ -37,6 +37,16 @@
 // stamped by anything else since) has been evaluated after the change and is
 // left alone. Smaller sweeps run at once, as with the toggle off.
 //
+// Deferred filing stamps (toggle "DeferredViaFilingStamp", off by default):
+// off, a route is stamped the moment one of its preferences first lists a
+// via key, so a route loaded with n vias is evaluated once per via and once
+// more for the protocol's own stamp. On, filing marks the route instead and
+// the clock reactor stamps the marked routes on a later turn, in slices of
+// `sweepQuantum` like a sweep, before any pending sweep. A route whose
+// routeChangedAt is written after the mark (by its protocol, by a sweep) has
+// been evaluated since, as the immediate stamp would have had it, and is
+// left alone. The mark costs no memory: it is a bit of the route reactor.
+//
 // One thread. Stamping notifies route computation synchronously; it must not
 // change the protocol route status while a metric change is being handed
 // out (route computation only writes the RIB).
@@ -46,6 +56,7 @@
 #include <list>
 #include <optional>
 #include <unordered_map>
+#include <vector>
 
 #include "IpRib/ProtocolContainerKey.h"
 #include "IpRib/ProtocolRouteStatus.h"
@@ -69,6 +80,7 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   class KelVmsByTransport;
   class KelRouteStatusDir;
   class KelRouteStatus;
+  class KelRoute;
   class KelClock;
 
   // Builds both reactor trees (each via metric table sweeps itself once),
@@ -126,6 +138,13 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   void doSweep();
   uint64_t sweepSlices() const { return sweepSlices_; }
 
+  // ------------------------------------------------------------ deferred stamps
+  // Routes marked by a filing and not yet served (toggle on).
+  uint32_t filingStampsPending() const { return uint32_t(filed_.size() - filedServed_); }
+  // Serves the marked routes until the quantum from `start` is used; whether
+  // it served them all.
+  bool doFilingStamps(double start);
+
   // ------------------------------------------------------------ nested reactors
   // Keep the reactor of an element whose entity is unchanged, else replace it.
   void vmsByTransportIs(Vrf::VrfIdMap::VrfId vrfId);
@@ -143,8 +162,24 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
     std::optional<PrefixPrefVrfId> bookmark;  // where the next slice resumes
     uint32_t restarts = 0;                    // tells a slice its sweep started over
   };
-  // "PacedViaMetricSweep", read again only when the toggles change.
-  bool pacedSweep();
+  // The toggles "PacedViaMetricSweep" and "DeferredViaFilingStamp", read
+  // again only when the toggles change.
+  void readToggles();
+  bool pacedSweep() {
+    readToggles();
+    return pacedSweep_;
+  }
+  bool deferredStamp() {
+    readToggles();
+    return deferredStamp_;
+  }
+  // handleRouteViaKey with the route's reactor when the caller has it (null:
+  // looked up when a stamp is deferred).
+  void fileRouteViaKey(const Kel::Ptr<Status>& rs, const Kel::Ptr<Route>& route,
+                       const Kel::Ptr<RoutePref>& routePref, const Rib::ViaKey& viaKey,
+                       bool forceDel, bool viaKeyExists, KelRoute* watcher);
+  // Stamps `route` now, or marks it through its reactor for a later turn.
+  void stampFiled(const Status& rs, Route& route, KelRoute* watcher);
   void sweepIs(const Rib::ViaKey& viaKey);
   // One slice of `sweep` until the quantum from `start` is used; whether it
   // finished the sweep.
@@ -166,10 +201,15 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   uint32_t sweepThreshold_ = 4096;
   uint64_t toggleVersion_ = UINT64_MAX;
   bool pacedSweep_ = false;
+  bool deferredStamp_ = false;
   Kel::Ptr<const Kel::Clock> clock_;
   std::list<Sweep> sweeps_;  // in the order their vias changed
   std::unordered_map<Rib::ViaKey, std::list<Sweep>::iterator, Rib::ViaKeyHash> sweepOf_;
   uint64_t sweepSlices_ = 0;
+  // Marked route reactors in the order of their marks; the first
+  // `filedServed_` are done. Emptied (and its memory given back) once served.
+  std::vector<Kel::Ptr<KelRoute>> filed_;
+  size_t filedServed_ = 0;
 
   Kel::NestedReactor<KelViaMetricStatusByVrf> kelViaMetricStatusByVrf_;
   Kel::NestedReactors<Vrf::VrfIdMap::VrfId, KelVmsByTransport> vmsByTransport_;

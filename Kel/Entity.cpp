@@ -4,20 +4,22 @@
 #include "Kel/Prefetch.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace Kel {
 
 Entity::Hub* Entity::Hub::make(uint32_t capacity) {
-  static_assert(sizeof(Hub) % alignof(NotifieeBase*) == 0);
+  static_assert(sizeof(Hub) == sizeof(NotifieeBase*));
+  KEL_ASSERT(std::has_single_bit(capacity));
   Hub* hub = static_cast<Hub*>(Pool::allocate(bytes(capacity)));
   hub->size = 0;
-  hub->capacity = capacity;
+  hub->capacityLog2 = uint8_t(std::countr_zero(capacity));
   hub->depth = 0;
   hub->holes = false;
   return hub;
 }
 
-void Entity::Hub::release(Hub* hub) { Pool::deallocate(hub, bytes(hub->capacity)); }
+void Entity::Hub::release(Hub* hub) { Pool::deallocate(hub, bytes(hub->capacity())); }
 
 void Entity::Hub::compact() {
   NotifieeBase** l = list();
@@ -74,8 +76,8 @@ void Entity::attach(NotifieeBase* r) const {
     reactors_ = reinterpret_cast<uintptr_t>(hub) | hubTag;
   }
   Hub* hub = this->hub();
-  if (hub->size == hub->capacity) {
-    Hub* bigger = Hub::make(hub->capacity * 2);
+  if (hub->size == hub->capacity()) {
+    Hub* bigger = Hub::make(hub->capacity() * 2);
     std::copy(hub->list(), hub->list() + hub->size, bigger->list());
     bigger->size = hub->size;
     bigger->depth = hub->depth;

@@ -95,12 +95,15 @@ class Entity : public PtrInterface {
 
  private:
   friend class NotifieeBase;
-  // The reactors of an entity with more than one, in one allocation.
+  // The reactors of an entity with more than one, in one allocation. The
+  // header is one word: a route watched by route computation and the via
+  // tracker has a hub on each of its entities.
   struct Hub {
     uint32_t size;
-    uint32_t capacity;
-    uint32_t depth;
+    uint8_t capacityLog2;  // capacities are powers of two
     bool holes;
+    uint16_t depth;  // nested dispatches of this entity
+    uint32_t capacity() const { return 1u << capacityLog2; }
     NotifieeBase** list() { return reinterpret_cast<NotifieeBase**>(this + 1); }
     static Hub* make(uint32_t capacity);
     static void release(Hub* hub);
@@ -114,6 +117,13 @@ class Entity : public PtrInterface {
   void detach(NotifieeBase* r) const;
   Hub* hub() const { return reinterpret_cast<Hub*>(reactors_ & ~hubTag); }
 
+ protected:
+  // One 32-bit attribute of the derived entity may live here, in the gap
+  // after the reference count that the derived class's own members cannot
+  // fill: a via (a pointer and a metric) is then 32 bytes, not 40.
+  uint32_t word_ = 0;
+
+ private:
   // Most entities have one reactor or none: it is kept here directly, and a
   // list (a Hub, tagged in bit 0) is made only for a second one.
   static constexpr uintptr_t hubTag = 1;

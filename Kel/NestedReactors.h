@@ -9,12 +9,16 @@
 // large collections and FlatMap for the small ordered ones.
 #pragma once
 
+#include <cstddef>
 #include <type_traits>
+#include <utility>
 
+#include "Kel/Assert.h"
 #include "Kel/Entity.h"
 #include "Kel/FlatMap.h"
 #include "Kel/Hash.h"
 #include "Kel/HashTable.h"
+#include "Kel/Slab.h"
 
 namespace Kel {
 
@@ -29,7 +33,9 @@ struct ReactorKeyHash {
   }
 };
 
-template <class K, class R, template <class> class Container = HashTable>
+// Container: a table template over the traits; further parameters (FlatMap's
+// inline capacity) keep their defaults.
+template <class K, class R, template <class, auto...> class Container = HashTable>
 class NestedReactors final : public NestedReactorGroup {
   struct Traits : ReactorKeyHash<K> {
     using Entry = Ptr<R>;
@@ -174,6 +180,74 @@ class NestedReactorList final : public NestedReactorGroup {
   }
 
   R* head_ = nullptr;
+  uint32_t size_ = 0;
+};
+
+// As NestedReactorList, for still more elements: the reactors sit in a slab
+// of the parent's own (Kel/Slab.h), so a reactor costs its own bytes and no
+// more: no links (the parent walks the slab's marks) and no pointer to the
+// parent (owner() finds it from the reactor's address). R is made with
+// make() and declares, in its own scope, `operator new(size_t, Kel::Slab&)`
+// (slabAllocate), `operator delete(void*)` and `operator delete(void*,
+// Kel::Slab&)` (Kel::Slab::deallocate), so that it comes from the slab and
+// goes back to it. Every reactor must be gone when the parent goes.
+template <class R>
+class NestedReactorSlab final : public NestedReactorGroup {
+ public:
+  explicit NestedReactorSlab(NotifieeBase* owner)
+      : NestedReactorGroup(owner), slab_(sizeof(R), owner) {}
+  // Dropped with its owner: the reactors go without handleDel, as a table's would.
+  ~NestedReactorSlab() override {
+    slab_.forEachMarked([](void* p) {
+      Slab::markIs(p, false);
+      static_cast<R*>(p)->delRef();
+    });
+  }
+
+  uint32_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  // The parent of a reactor made here.
+  static NotifieeBase* owner(const R* r) { return static_cast<NotifieeBase*>(Slab::of(r).owner()); }
+  static void* slabAllocate(std::size_t size, Slab& slab) {
+    KEL_ASSERT(size == slab.blockSize());
+    return slab.allocate();
+  }
+
+  // Makes a reactor from `args` and keeps it; its entity has none of this
+  // group yet.
+  template <class... Args>
+  R* make(Args&&... args) {
+    R* r = new (slab_) R(std::forward<Args>(args)...);
+    r->newRef();
+    r->hasNotificationActiveIs(ownerActive());
+    Slab::markIs(r, true);
+    ++size_;
+    return r;
+  }
+
+  // Drops `r` after its handleDel, which runs once `r` has left the group (so
+  // that a handleDel erasing it again changes nothing).
+  void erase(R* r) {
+    if (!Slab::marked(r)) return;
+    Slab::markIs(r, false);
+    --size_;
+    Ptr<R> keep(r);
+    r->delRef();  // the group's own reference; `keep` holds it through handleDel
+    r->doHandleDel();
+  }
+
+  // Drops every reactor, each after its handleDel.
+  void clear() {
+    slab_.forEachMarked([this](void* p) { erase(static_cast<R*>(p)); });
+  }
+
+  void hasNotificationActiveIs(bool active) override {
+    slab_.forEachMarked([active](void* p) { static_cast<R*>(p)->hasNotificationActiveIs(active); });
+  }
+  void handleOwnerDel() override { clear(); }
+
+ private:
+  Slab slab_;
   uint32_t size_ = 0;
 };
 

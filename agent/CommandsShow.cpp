@@ -22,7 +22,8 @@ bool jsonAndEnd(Line& line) {
 void print(Interpreter& in, bool json, const Json& model,
            void (*text)(std::ostream&, const Json&)) {
   if (json) {
-    in.out() << model.dump(2) << "\n";
+    // Names are bytes; JSON is UTF-8: a byte that is not prints as U+FFFD.
+    in.out() << model.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
   } else {
     text(in.out(), model);
   }

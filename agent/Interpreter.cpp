@@ -47,11 +47,15 @@ World& Interpreter::world() {
 bool Interpreter::execute(std::string_view text, const std::string& source, unsigned lineNumber) {
   Line line(text);
   if (line.empty()) return true;
+  // A line may make the world to look a VRF up and still be refused; the
+  // world it made goes with it, so that set-up commands stay allowed.
+  const bool hadWorld = worldMade();
   try {
     std::string name(line.peek());
     if (name == "no") {
       line.expect("no");
-      name += " " + std::string(line.peek());
+      name += ' ';
+      name += line.peek();
     }
     const auto it = commands_.find(name);
     if (it == commands_.end()) {
@@ -69,6 +73,7 @@ bool Interpreter::execute(std::string_view text, const std::string& source, unsi
     // A value the library refused that the parser let through.
     err_ << source << ":" << lineNumber << ": " << e.what() << "\n";
   }
+  if (!hadWorld) world_.reset();
   return false;
 }
 

@@ -343,9 +343,7 @@ Json leak(const World& world, const L3::VrfName& vrf) {
     const Protocol::LeakRouteConfig* config = side ? side->leakRouteConfig(vrf, af) : nullptr;
     if (config == nullptr) continue;
     std::vector<const Protocol::LeakRoute*> sorted;
-    for (const Kel::Ptr<const Protocol::LeakRoute>& lr : config->leakRoute()) {
-      sorted.push_back(lr.ptr());
-    }
+    for (const Protocol::LeakRouteRef& lr : config->leakRoute()) sorted.push_back(lr.get());
     std::sort(sorted.begin(), sorted.end(),
               [](const auto* a, const auto* b) { return a->key() < b->key(); });
     const auto input = side->root().demuxSmSet(config->vrfAf());

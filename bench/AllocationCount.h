@@ -4,7 +4,8 @@
 // recorded blocks still hold: the bytes requested and the bytes malloc
 // reserves for them (its usable size plus the 8-byte chunk header). The
 // framework's pooled blocks count too: their requested sizes, and the block
-// sizes they hold (the pool's chunks bypass operator new).
+// sizes they hold (the pool's chunks bypass operator new); so do its slabs'
+// blocks and region headers (Kel/Slab.h, mapped apart from the heap).
 //
 // Include it from exactly one file of a benchmark binary (it defines the
 // replacement operators). Outside a Counting scope an allocation costs one
@@ -23,6 +24,7 @@
 #include <utility>
 
 #include "Kel/Pool.h"
+#include "Kel/Slab.h"
 
 namespace Bench {
 
@@ -157,11 +159,12 @@ inline constexpr size_t plainAlign = alignof(std::max_align_t);
 // What the recorded blocks and the pooled ones hold now.
 inline Bytes live() {
   const Kel::Pool::Usage pooled = Kel::Pool::usage();
-  return {detail::live.requested + int64_t(pooled.requested),
-          detail::live.reserved + int64_t(pooled.held)};
+  const Kel::Slab::Usage slabs = Kel::Slab::usage();
+  return {detail::live.requested + int64_t(pooled.requested + slabs.requested),
+          detail::live.reserved + int64_t(pooled.held + slabs.held)};
 }
 
-// (pooled, size) to count.
+// (pooled, size) to count; (pooled, 0) to the bytes the slabs hold.
 using BlockCounts = std::map<std::pair<bool, size_t>, int64_t>;
 
 // The recorded live heap blocks by requested size, and the pooled ones by
@@ -174,6 +177,7 @@ inline BlockCounts liveBlocksBySize() {
   for (size_t size = 8; size <= Kel::Pool::largest; size += 8) {
     if (const size_t n = Kel::Pool::liveBlocks(size)) bySize[{true, size}] = int64_t(n);
   }
+  bySize[{true, 0}] = int64_t(Kel::Slab::usage().held);
   detail::counting = was;
   return bySize;
 }
@@ -196,7 +200,8 @@ inline int64_t chunkFor(size_t n) {
 }
 
 // Prints to stderr the live blocks made between two snapshots, by requested
-// size (pooled: by block size, marked "p"), divided by `per` (the routes, say).
+// size (pooled: by block size, marked "p"; the slabs' bytes on a line "slabs"),
+// divided by `per` (the routes, say).
 inline void printBlocks(const char* phase, const BlockCounts& before, const BlockCounts& after,
                         double per) {
   std::fprintf(stderr, "%s, per route:\n%10s %10s %10s %10s\n", phase, "block B", "blocks",
@@ -205,6 +210,11 @@ inline void printBlocks(const char* phase, const BlockCounts& before, const Bloc
     const auto [pooled, size] = key;
     const auto b = before.find(key);
     const double blocks = double(n - (b != before.end() ? b->second : 0)) / per;
+    if (size == 0) {
+      if (blocks >= 0.5)
+        std::fprintf(stderr, "%10s %10s %10.1f %10.1f\n", "slabs", "", blocks, blocks);
+      continue;
+    }
     if (blocks * double(size) < 0.5) continue;
     std::fprintf(stderr, "%9zu%s %10.3f %10.1f %10.1f\n", size, pooled ? "p" : " ", blocks,
                  blocks * double(size), blocks * double(pooled ? size : chunkFor(size)));

@@ -9,7 +9,8 @@
 //   longer than the quantum plus 1 ms (context: the agent's writing of the
 //   same routes into its route list, timed in the same run);
 // - memory per leaked (route, destination): at most 120 bytes (counted by
-//   bench/AllocationCount.h, what malloc and the pool hold), shown in two
+//   bench/AllocationCount.h: the bytes malloc reserves for each block it
+//   hands out, plus the blocks the pool and the slabs hold), shown in two
 //   parts: the watcher every source route gets, leaking or not, and the
 //   leak's own structures (LeakRoute, directory entry, list entry, config
 //   entry);

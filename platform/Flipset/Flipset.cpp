@@ -18,6 +18,7 @@ struct Default {
 constexpr Default defaults[] = {
     {"StaticRouteMetric", true},
     {"PacedViaMetricSweep", false},
+    {"DeferredViaFilingStamp", false},
 };
 
 class Parser {
@@ -149,7 +150,11 @@ Toggles load() {
   const std::string path = togglesPath();
   if (path.empty()) return {};
   std::ifstream in(path, std::ios::binary);
-  if (!in) return {};
+  if (!in) {
+    // Only a path named by IPRIB_TOGGLES can be missing here.
+    std::cerr << "Flipset: " << path << ": cannot be read; toggles file ignored" << std::endl;
+    return {};
+  }
   std::ostringstream text;
   text << in.rdbuf();
   std::string error;

@@ -6,11 +6,12 @@
 // else "IpRib.json" in the current directory, else "/etc/IpRib.json"; with
 // no file every toggle has its default. The file is a flat JSON object of
 // booleans, {"StaticRouteMetric": false}; a later duplicate name wins. A file
-// that is not exactly that is reported once on stderr, at the load, and
-// ignored as a whole.
+// that is not exactly that, or that IPRIB_TOGGLES names and cannot be read,
+// is reported once on stderr, at the load, and ignored as a whole; an empty
+// IPRIB_TOGGLES names no file.
 // A toggle the file does not name has its built-in default: on for
-// "StaticRouteMetric", off for "PacedViaMetricSweep" and for names the agent
-// does not know.
+// "StaticRouteMetric", off for "PacedViaMetricSweep", "DeferredViaFilingStamp"
+// and for names the agent does not know.
 // One thread; the cache is process-wide.
 // Decided here: toggleStateIs overrides until the next reloadToggles, which
 // drops the file's values and the overrides alike.

@@ -47,7 +47,8 @@ class IpGenPrefix {
   bool contains(const IpGenAddr& a) const {
     if (a.af() != af() || isEmpty()) return false;
     const Masks m = masks(len_);
-    return ((a.half(0) & m.hi) == addr_.half(0)) & ((a.half(1) & m.lo) == addr_.half(1));
+    // Both halves at once, without a branch.
+    return (((a.half(0) & m.hi) ^ addr_.half(0)) | ((a.half(1) & m.lo) ^ addr_.half(1))) == 0;
   }
   bool contains(const IpGenPrefix& p) const { return p.len_ >= len_ && contains(p.addr_); }
 
@@ -74,7 +75,7 @@ class IpGenPrefix {
   uint32_t hash(uint32_t seed) const { return Kel::Hasher(seed).add(hash()).result(); }
 
   friend bool operator==(const IpGenPrefix& a, const IpGenPrefix& b) {
-    return (a.addr_ == b.addr_) & (a.len_ == b.len_);
+    return a.len_ == b.len_ && a.addr_ == b.addr_;
   }
   friend bool operator<(const IpGenPrefix& a, const IpGenPrefix& b) {
     if (a.af() != b.af()) return a.af() < b.af();

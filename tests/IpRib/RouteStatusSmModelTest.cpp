@@ -16,7 +16,8 @@
 // via whose metric changed; for other changes of a via the test stamps its
 // users, or the RIB bumps a table's generation, which makes for a full review
 // paced on the clock. Each run goes with the tracker's sweeps paced
-// ("PacedViaMetricSweep" on, every sweep in slices) and unpaced.
+// ("PacedViaMetricSweep" on, every sweep in slices) and unpaced, and with its
+// filing stamps deferred to the clock ("DeferredViaFilingStamp") or not.
 //
 // IPRIB_MODEL_SEED=<n> replays one seed; IPRIB_MODEL_EVENTS=<n> runs n events
 // on one seed, checking every few events (a scale run).
@@ -114,9 +115,10 @@ std::string describe(const std::optional<ModelRoute>& r) {
 // One seed's world and its random walk.
 class RandomRun {
  public:
-  RandomRun(AddressFamily af, bool pacedSweep, uint64_t seed)
+  RandomRun(AddressFamily af, bool pacedSweep, bool deferredStamp, uint64_t seed)
       : w_(af), rng_(seed), prefixes_(universe(af)), frozen_(prefixes_.size()) {
     Flipset::toggleStateIs("PacedViaMetricSweep", pacedSweep);
+    Flipset::toggleStateIs("DeferredViaFilingStamp", deferredStamp);
     dir_->statusIs(w_.status);
   }
 
@@ -643,6 +645,9 @@ class RandomRun {
       return fail(event, "the review is not complete at a quiet moment");
     }
     if (vms_->sweepsPending() != 0) return fail(event, "a via sweep is pending at a quiet moment");
+    if (vms_->filingStampsPending() != 0) {
+      return fail(event, "a filing stamp is pending at a quiet moment");
+    }
     const SelectionInputs in = inputs();
     for (size_t k = 0; k < prefixes_.size() && !failed_; ++k) checkPrefix(event, in, k);
     if (!failed_) checkRibHasNothingElse(event);
@@ -762,7 +767,7 @@ class RandomRun {
 };
 
 // The family, and whether the tracker's sweeps are paced.
-using ModelParam = std::tuple<AddressFamily, bool>;
+using ModelParam = std::tuple<AddressFamily, bool, bool>;
 class RouteStatusSmModelTest : public ::testing::TestWithParam<ModelParam> {};
 
 TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
@@ -773,7 +778,7 @@ TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
   for (uint64_t seed : seeds) {
     SCOPED_TRACE("seed " + std::to_string(seed) +
                  " (replay with IPRIB_MODEL_SEED=" + std::to_string(seed) + ")");
-    RandomRun run(std::get<0>(GetParam()), std::get<1>(GetParam()), seed);
+    RandomRun run(std::get<0>(GetParam()), std::get<1>(GetParam()), std::get<2>(GetParam()), seed);
     run.run(scale.value_or(2000), scale ? 16 : 1);
     if (run.failed()) return;
     // A walk that never reaches these cases proves little.
@@ -795,10 +800,11 @@ TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
 INSTANTIATE_TEST_SUITE_P(
     Families, RouteStatusSmModelTest,
     ::testing::Combine(::testing::Values(AddressFamily::ipv4, AddressFamily::ipv6),
-                       ::testing::Bool()),
+                       ::testing::Bool(), ::testing::Bool()),
     [](const ::testing::TestParamInfo<ModelParam>& info) {
       return std::string(std::get<0>(info.param) == AddressFamily::ipv4 ? "Ipv4" : "Ipv6") +
-             (std::get<1>(info.param) ? "PacedViaSweep" : "");
+             (std::get<1>(info.param) ? "PacedViaSweep" : "") +
+             (std::get<2>(info.param) ? "DeferredStamp" : "");
     });
 
 }  // namespace

@@ -366,10 +366,10 @@ TEST(ViaMetricStatusSmTest, AViaResolvedLaterInstallsTheRouteThroughTheStamp) {
 
 // ------------------------------------------------------------ paced sweeps
 
-// "PacedViaMetricSweep" on while it lives.
-struct PacedSweeps {
-  PacedSweeps() { Flipset::toggleStateIs("PacedViaMetricSweep", true); }
-  ~PacedSweeps() { Flipset::reloadToggles(); }
+// A toggle on while it lives.
+struct ToggleOn {
+  explicit ToggleOn(const char* name) { Flipset::toggleStateIs(name, true); }
+  ~ToggleOn() { Flipset::reloadToggles(); }
 };
 
 // The stamps one route gets.
@@ -384,7 +384,7 @@ class StampCount final : public Route::Notifiee {
 //   1 and 2 (thirteen elements); via `few` under two routes. Threshold 4,
 //   quantum 0: a slice looks at one element; time moves 1 s a turn.
 TEST(ViaMetricStatusSmTest, APacedSweepStampsEachRouteOnceAndStartsOverOnASecondChange) {
-  PacedSweeps paced;
+  ToggleOn paced("PacedViaMetricSweep");
   World w;
   const Rib::ViaKey shared = via(AddressFamily::ipv4, 1, 1), few = via(AddressFamily::ipv4, 1, 2);
   std::vector<IpGenPrefix> users;
@@ -457,6 +457,42 @@ TEST(ViaMetricStatusSmTest, APacedSweepStampsEachRouteOnceAndStartsOverOnASecond
     EXPECT_EQ(count[p]->stamps, 1) << p;
     EXPECT_GT(w.changedAt(1, p), 2100) << p;
   }
+  w.expectIndexExact();
+}
+
+// ------------------------------------------------------------ deferred stamps
+
+// Filing marks a route once, whatever the vias; the clock stamps the marked
+// routes later, one a turn with quantum 0, except those written since (the
+// protocol's own stamp) or gone.
+TEST(ViaMetricStatusSmTest, DeferredFilingStampsMarkEachRouteOnceAndYieldToLaterWrites) {
+  ToggleOn deferred("DeferredViaFilingStamp");
+  World w;
+  w.start();
+  w.sm->sweepQuantumIs(0);
+  const Rib::ViaKey v1 = via(AddressFamily::ipv4, 1, 1), v2 = via(AddressFamily::ipv4, 1, 2);
+  w.now(2000);
+  for (const IpGenPrefix& p : {p1, p2, p3}) {
+    w.addVia(1, p, 1, V::viaIntfNextHop, v1);
+    w.addVia(1, p, 2, V::viaIntfNextHop, v2);
+    EXPECT_EQ(w.changedAt(1, p), 0) << p;
+  }
+  EXPECT_EQ(w.sm->filingStampsPending(), 3u);
+  w.expectIndexExact();
+  w.route(1, p2)->routeChangedAtIs(1500);
+  w.status(1, AddressFamily::ipv4)->routeDel(p3);
+  const Kel::Ptr<StampCount> count1 = Kel::makePtr<StampCount>(w.route(1, p1).ptr());
+  const Kel::Ptr<StampCount> count2 = Kel::makePtr<StampCount>(w.route(1, p2).ptr());
+  for (double t = 2001; w.sm->filingStampsPending() != 0 && t < 2010; ++t) {
+    w.now(t);
+    Kel::ActivityManager::instance().runOnce();
+  }
+  EXPECT_EQ(w.sm->filingStampsPending(), 0u);
+  EXPECT_EQ(count1->stamps, 1);
+  EXPECT_GT(w.changedAt(1, p1), 2000);
+  EXPECT_EQ(count2->stamps, 0);
+  EXPECT_EQ(w.changedAt(1, p2), 1500);
+  EXPECT_EQ(w.sm->sweepSlices(), 0u);
   w.expectIndexExact();
 }
 

@@ -63,7 +63,7 @@ TEST_F(Flipset, DefaultsApplyToNamesTheFileDoesNotSetOrWithNoFile) {
   EXPECT_FALSE(::Flipset::getToggleState("NoSuchToggle"));
   EXPECT_TRUE(::Flipset::getToggleState("Other"));
 
-  setenv("IPRIB_TOGGLES", (path_ + ".absent").c_str(), 1);
+  setenv("IPRIB_TOGGLES", "", 1);
   ::Flipset::reloadToggles();
   EXPECT_TRUE(::Flipset::getToggleState("StaticRouteMetric"));
   EXPECT_FALSE(::Flipset::getToggleState("Other"));
@@ -85,6 +85,14 @@ TEST_F(Flipset, ABadFileIsReportedOnceAndIgnored) {
   EXPECT_FALSE(::Flipset::getToggleState("Other"));
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "Flipset: " + path_ + ": expected true or false at offset 38; toggles file ignored\n");
+
+  setenv("IPRIB_TOGGLES", (path_ + ".absent").c_str(), 1);
+  ::Flipset::reloadToggles();
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(::Flipset::getToggleState("StaticRouteMetric"));
+  EXPECT_TRUE(::Flipset::getToggleState("StaticRouteMetric"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Flipset: " + path_ + ".absent: cannot be read; toggles file ignored\n");
 }
 
 TEST_F(Flipset, OverridesLastUntilReload) {
