@@ -216,7 +216,7 @@ std::string SystemCheck::afterStep(SystemRun& run) {
     bool anyIntf = false;
     s.resolvedAsMade = false;
     for (const auto& dependant : entry->dependantRoute()) {
-      s.dependants.insert(dependant->routeKey().prefix());
+      s.dependants.insert(dependant->routeKey());
       for (const Routing::Via& via : dependant->trackedVia()) {
         anyIntf |= !via.intf().isEmpty();
         s.resolvedAsMade |= via.intf() == s.resolved;
@@ -233,22 +233,23 @@ std::string SystemCheck::afterStep(SystemRun& run) {
       // and the BFD agent writes it as it hears of it: the routes of its
       // prefixes hear of that or not depending on who heard of the entry
       // first, and on which of them were listed by then.
-      if (s.up || !s.resolvedAsMade) newSessions_.insert(s.dependants.begin(), s.dependants.end());
+      if (s.up || !s.resolvedAsMade) {
+        for (const Routing::RouteKey& k : s.dependants) newSessions_.insert(k.prefix());
+      }
       continue;
     }
     // Two VRFs' routes of one prefix and preference share their tracking:
     // one's going takes the other's off the entry, untold.
-    for (const Pando::IpGenPrefix& p : old->second.dependants) {
-      if (s.dependants.count(p) == 0) newSessions_.insert(p);
+    for (const Routing::RouteKey& k : old->second.dependants) {
+      if (s.dependants.count(k) == 0) newSessions_.insert(k.prefix());
     }
-    for (const Pando::IpGenPrefix& p : s.dependants) {
-      if (old->second.dependants.count(p) == 0) newSessions_.insert(p);
+    for (const Routing::RouteKey& k : s.dependants) {
+      if (old->second.dependants.count(k) == 0) newSessions_.insert(k.prefix());
     }
     if (old->second.up == s.up && old->second.resolved == s.resolved) continue;
-    changedSessions_.insert(s.dependants.begin(), s.dependants.end());
-    if (old != sessions_.end()) {
-      changedSessions_.insert(old->second.dependants.begin(), old->second.dependants.end());
-    }
+    // A state change re-evaluates every preference of a dependant's prefix.
+    for (const Routing::RouteKey& k : s.dependants) changedSessions_.insert(k.prefix());
+    for (const Routing::RouteKey& k : old->second.dependants) changedSessions_.insert(k.prefix());
   }
   sessions_ = std::move(sessions);
 

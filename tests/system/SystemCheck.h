@@ -13,7 +13,7 @@
 // an entry's prefixes that the BFD agent wrote as it was made may or may
 // not have heard of it (that depends on the order of the entry's watchers):
 // they are not judged until something tells them of a change again; nor
-// are routes whose prefix an entry gained or lost (two VRFs' routes of one
+// are routes whose prefix and preference an entry gained or lost (two VRFs' routes of one
 // prefix and preference share their tracking, and one's going takes the
 // other's away without telling it). An input that
 // changes without telling it (a BFD entry made or dropped for a next hop it
@@ -48,7 +48,9 @@ class SystemCheck {
     bool up;
     Pando::IntfId resolved;
     bool resolvedAsMade;  // the interface a tracked via gave the entry when it was made
-    std::set<Pando::IpGenPrefix> dependants;
+    // By prefix and preference: a route loses its tracking when its key
+    // leaves the entry, even while another preference of its prefix stays.
+    std::set<Routing::RouteKey> dependants;
     friend bool operator==(const Session&, const Session&) = default;
   };
 
