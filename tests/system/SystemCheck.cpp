@@ -104,6 +104,55 @@ std::string viaSetsDifference(IpRibAgent::World& world) {
          std::to_string(used.size());
 }
 
+// Each declared VRF's leak configuration, per family: for every route key,
+// the route of the lowest declared source VRF id whose prefix leaks to it,
+// and nothing else.
+std::string leakDifference(SystemRun& run) {
+  IpRibAgent::World& world = run.world();
+  if (world.leak() == nullptr) return "";
+  const std::map<std::string, LifecycleModel::Id> ids = run.vrfIds();
+  for (int af = 0; af < 2; ++af) {
+    const Pando::AddressFamily family =
+        af == 0 ? Pando::AddressFamily::ipv4 : Pando::AddressFamily::ipv6;
+    // Target name to key to (source id, source name).
+    std::map<std::string, std::map<Routing::RouteKey, std::pair<LifecycleModel::Id, std::string>>>
+        expected;
+    for (const auto& [key, to] : run.leaks()) {
+      const auto& [name, routeAf, index] = key;
+      const auto source = ids.find(name);
+      if (routeAf != af || source == ids.end()) continue;
+      for (const auto& [pref, line] : run.routes().at(key)) {
+        const Routing::RouteKey k(Pando::IpGenPrefix(run.prefixText(af, index)),
+                                  Routing::RoutePreference(pref));
+        const auto [it, added] = expected[to].emplace(k, std::pair(source->second, name));
+        if (!added && source->second < it->second.first) it->second = {source->second, name};
+      }
+    }
+    for (const auto& [name, id] : ids) {
+      const LeakRouteConfig* config = world.leak()->leakRouteConfig(L3::VrfName(name), family);
+      const std::string who = "the leak config of " + name + " " + (af == 0 ? "ipv4" : "ipv6");
+      if (config == nullptr) return who + " is missing";
+      const auto& want = expected[name];
+      if (config->leakRoutes() != want.size()) {
+        return who + " holds " + std::to_string(config->leakRoutes()) + " routes, the model " +
+               std::to_string(want.size());
+      }
+      for (const auto& [k, source] : want) {
+        const Kel::Ptr<const LeakRoute> got = config->leakRoute(k);
+        std::ostringstream os;
+        os << who << ", " << k << ": ";
+        if (!got) return os.str() + "missing, the model's from " + source.second;
+        const Kel::Ptr<Routing::Route> route =
+            world.protocol().routeList(L3::VrfName(source.second), family)->route(k);
+        if (!(got->vrfAf() == VrfIdAf(source.first, family)) || got->route().ptr() != route.ptr()) {
+          return os.str() + "from " + got->vrfAf().str() + ", the model's from " + source.second;
+        }
+      }
+    }
+  }
+  return "";
+}
+
 }  // namespace
 
 // The RIB routes of one unicast container's VRF and family.
@@ -185,6 +234,9 @@ std::string SystemCheck::afterStep(SystemRun& run) {
   if (!run.refused().empty()) return "refused " + run.refused();
   IpRibAgent::World& world = run.world();
   const LifecycleModel& model = run.lifecycle();
+  if (bfdWatch_.notifier() != world.platform().bfdList().ptr()) {
+    bfdWatch_.notifierIs(world.platform().bfdList().ptr());
+  }
 
   // The inputs routes are told about, against the last quiet moment.
   std::map<Rib::ViaKey, Rib::ViaMetric> metrics;
@@ -206,38 +258,31 @@ std::string SystemCheck::afterStep(SystemRun& run) {
     if (metrics.count(key) == 0) changedVias_.insert(key);
   }
   metrics_ = std::move(metrics);
-  std::map<std::string, Session> sessions;
+  std::map<Routing::BfdStatusKey, Session> sessions;
   for (const auto& entry : world.platform().bfdList()->route()) {
-    std::ostringstream key;
-    key << entry->key();
-    Session& s = sessions[key.str()];
+    Session& s = sessions[entry->key()];
     s.up = entry->status();
     s.resolved = entry->resolvedIntf();
-    bool anyIntf = false;
-    s.resolvedAsMade = false;
-    for (const auto& dependant : entry->dependantRoute()) {
+    for (const auto& dependant : entry->dependantRoute())
       s.dependants.insert(dependant->routeKey());
-      for (const Routing::Via& via : dependant->trackedVia()) {
-        anyIntf |= !via.intf().isEmpty();
-        s.resolvedAsMade |= via.intf() == s.resolved;
-      }
-    }
-    if (s.resolved.isEmpty()) s.resolvedAsMade = !anyIntf;
   }
   changedSessions_.clear();
   newSessions_.clear();
+  // An entry made or dropped since the last quiet moment, even one made
+  // again since: the BFD agent writes a new entry as it hears of it, and
+  // the routes of its prefixes hear of that or not depending on who heard
+  // of the entry first and on which of them were listed by then.
+  for (const Routing::BfdStatusKey& k : bfdWatch_.made) {
+    for (const auto* m : {&sessions_, &sessions}) {
+      if (const auto it = m->find(k); it != m->end()) {
+        for (const Routing::RouteKey& d : it->second.dependants) newSessions_.insert(d.prefix());
+      }
+    }
+  }
+  bfdWatch_.made.clear();
   for (const auto& [key, s] : sessions) {
     const auto old = sessions_.find(key);
-    if (old == sessions_.end()) {
-      // A new entry starts down, on the interface of the via that made it,
-      // and the BFD agent writes it as it hears of it: the routes of its
-      // prefixes hear of that or not depending on who heard of the entry
-      // first, and on which of them were listed by then.
-      if (s.up || !s.resolvedAsMade) {
-        for (const Routing::RouteKey& k : s.dependants) newSessions_.insert(k.prefix());
-      }
-      continue;
-    }
+    if (old == sessions_.end()) continue;
     // Two VRFs' routes of one prefix and preference share their tracking:
     // one's going takes the other's off the entry, untold.
     for (const Routing::RouteKey& k : old->second.dependants) {
@@ -273,7 +318,8 @@ std::string SystemCheck::afterStep(SystemRun& run) {
   std::erase_if(expected_, [&](const auto& e) {
     return containers_.count({std::get<0>(e.first), familyOf(false, std::get<1>(e.first))}) == 0;
   });
-  return viaSetsDifference(world);
+  d = leakDifference(run);
+  return d.empty() ? viaSetsDifference(world) : d;
 }
 
 }  // namespace Routing::Protocol::Test

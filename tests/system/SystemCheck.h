@@ -1,8 +1,10 @@
 // Holds the whole system against the model of a SystemRun at each quiet
 // moment: the four ready sets, every readiness record and RIB sequence
 // trigger, the containers (and the VRF id each was built on), for every
-// unicast container the RIB routes of its VRF and family, and every via set
-// of the RIB's table used by some route.
+// unicast container the RIB routes of its VRF and family, every via set of
+// the RIB's table used by some route, and every declared VRF's leak
+// configuration (per key, the route of the lowest source VRF id that leaks
+// it there).
 //
 // A RIB route is what route selection (RouteSelectionModel) computes from
 // the inputs as they were when the route was last evaluated, and a route is
@@ -10,12 +12,13 @@
 // preferences, an entry of the via metric tables for a via key it lists,
 // the state of a BFD session whose entry lists its prefix and preference
 // (in any VRF), or its container's build and first review. The routes of
-// an entry's prefixes that the BFD agent wrote as it was made may or may
-// not have heard of it (that depends on the order of the entry's watchers):
-// they are not judged until something tells them of a change again; nor
-// are routes whose prefix and preference an entry gained or lost (two VRFs' routes of one
-// prefix and preference share their tracking, and one's going takes the
-// other's away without telling it). An input that
+// the prefixes of an entry made or dropped since the last quiet moment may
+// or may not have heard of it (the BFD agent writes a new entry as it hears
+// of it, and who hears first depends on the order of the entry's
+// watchers): they are not judged until something tells them of a change
+// again; nor are routes whose prefix and preference an entry gained or lost
+// (two VRFs' routes of one prefix and preference share their tracking, and
+// one's going takes the other's away without telling it). An input that
 // changes without telling it (a BFD entry made or dropped for a next hop it
 // uses without tracking it, say) leaves the route as it was. So the check
 // watches the inputs between quiet moments, re-computes the routes so told,
@@ -33,6 +36,7 @@
 #include <tuple>
 #include <utility>
 
+#include "platform/Routing/Bfd/BfdTrackedStaticRoutes.h"
 #include "tests/IpRib/RouteSelectionModel.h"
 #include "tests/system/SystemRun.h"
 
@@ -47,18 +51,22 @@ class SystemCheck {
   struct Session {
     bool up;
     Pando::IntfId resolved;
-    bool resolvedAsMade;  // the interface a tracked via gave the entry when it was made
     // By prefix and preference: a route loses its tracking when its key
     // leaves the entry, even while another preference of its prefix stays.
     std::set<Routing::RouteKey> dependants;
-    friend bool operator==(const Session&, const Session&) = default;
+  };
+  // The BFD entries made or dropped between quiet moments.
+  struct BfdWatch : Routing::BfdTrackedStaticRoutesList::Notifiee {
+    std::set<Routing::BfdStatusKey> made;
+    void onRoute(const Routing::BfdStatusKey& k) override { made.insert(k); }
   };
 
   std::string ribDifference(SystemRun& run, const std::string& name, int af, bool reviewed,
                             bool everything);
 
   std::map<Rib::ViaKey, Rib::ViaMetric> metrics_;
-  std::map<std::string, Session> sessions_;  // by BFD status key, as text
+  std::map<Routing::BfdStatusKey, Session> sessions_;
+  BfdWatch bfdWatch_;
   std::map<LifecycleModel::ContainerKey, std::pair<uint64_t, bool>> containers_;
   std::map<Prefix, Expectation> expected_;
   // What changed since the last quiet moment.

@@ -97,8 +97,10 @@ void SystemRun::step() {
     metricEvent();
   } else if (r < 390) {
     bfdEvent();
-  } else if (r < 880) {
+  } else if (r < 840) {
     routeEvent();
+  } else if (r < 880) {
+    leakEvent();
   } else if (r < 920) {
     initializedEvent();
   } else if (r < 970) {
@@ -225,13 +227,16 @@ void SystemRun::routeEvent() {
   if (it != routes_.end() && chance(0.3)) {
     if (chance(0.5)) {
       runf("no route ", name, " ", prefix);
-      routes_.erase(it);
-      return;
+      it->second.clear();
+    } else {
+      const auto pref = std::next(it->second.begin(), long(pick(it->second.size())));
+      runf("no route ", name, " ", prefix, " pref ", pref->first);
+      it->second.erase(pref);
     }
-    const auto pref = std::next(it->second.begin(), long(pick(it->second.size())));
-    runf("no route ", name, " ", prefix, " pref ", pref->first);
-    it->second.erase(pref);
-    if (it->second.empty()) routes_.erase(it);
+    if (it->second.empty()) {
+      routes_.erase(it);
+      leaks_.erase(key);
+    }
     return;
   }
   const int pref = 1 + int(pick(3));
@@ -263,6 +268,29 @@ void SystemRun::routeEvent() {
   if (seen.empty() && !fec) line << " via " << nextHop(af, false);
   run(line.str());
   routes_[key][pref] = line.str();
+}
+
+// A prefix with a route leaked to another VRF, or its leak withdrawn.
+void SystemRun::leakEvent() {
+  if (routes_.empty()) return;
+  const RouteKey key = std::next(routes_.begin(), long(pick(routes_.size())))->first;
+  const auto& [name, af, index] = key;
+  const std::string prefix = prefixText(af, index);
+  if (leaks_.count(key) != 0 && chance(0.3)) {
+    runf("no leak ", name, " ", prefix);
+    leaks_.erase(key);
+    return;
+  }
+  const std::string& to = anyVrf();
+  if (to == name) return;
+  runf("leak ", name, " ", prefix, " to ", to);
+  leaks_[key] = to;
+}
+
+std::map<std::string, SystemRun::Id> SystemRun::vrfIds() const {
+  std::map<std::string, Id> out;
+  for (const auto& [name, bare] : bare_) out.emplace(name, model_.idOf(name));
+  return out;
 }
 
 void SystemRun::initializedEvent() {
@@ -426,6 +454,10 @@ std::vector<std::string> SystemRun::freshStartScript() const {
   for (const auto& [nh, line] : bfd_) out.push_back(line);
   for (const auto& [key, prefs] : routes_) {
     for (const auto& [pref, line] : prefs) out.push_back(line);
+  }
+  for (const auto& [key, to] : leaks_) {
+    const auto& [name, af, index] = key;
+    out.push_back("leak " + name + " " + prefixText(af, index) + " to " + to);
   }
   out.push_back("start");
   for (const auto& [name, af] : initialized_) {

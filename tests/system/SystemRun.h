@@ -7,7 +7,8 @@
 //   status, interface status; unicast and multicast) switched one by one;
 //   interfaces; next-hop metrics (also looping) and BFD sessions flapping
 //   (on next hops of their own, which vias use only BFD-tracked);
-//   static routes of up to three preferences set whole and removed; the
+//   static routes of up to three preferences set whole and removed, their
+//   prefixes leaked to other VRFs (declared or not) and back; the
 //   protocol's `initialized`; RIB sequence triggers; readiness verification
 //   and restarts under graceful restart. Every event is one line followed by
 //   `settle`, so each step ends at a quiet moment.
@@ -67,6 +68,10 @@ class SystemRun {
   IpRibAgent::World& world() { return interpreter_.world(); }
   const LifecycleModel& lifecycle() const { return model_; }
   const Routes& routes() const { return routes_; }
+  // The prefixes that leak, to their target VRF's name.
+  const std::map<RouteKey, std::string>& leaks() const { return leaks_; }
+  // The declared VRFs, to their id.
+  std::map<std::string, Id> vrfIds() const;
   // The routes the last step's line set or removed.
   const std::set<RouteKey>& touched() const { return touched_; }
   bool initialized(const std::string& vrf, int af) const {
@@ -112,6 +117,7 @@ class SystemRun {
   void metricEvent();
   void bfdEvent();
   void routeEvent();
+  void leakEvent();
   void initializedEvent();
   void ribSeqEvent();
   void restartEvent();
@@ -134,6 +140,7 @@ class SystemRun {
   std::map<std::tuple<std::string, int, std::string>, std::string> metrics_;  // their lines
   std::map<std::string, std::string> bfd_;                                    // their lines
   Routes routes_;
+  std::map<RouteKey, std::string> leaks_;  // the target goes with the prefix's last preference
   std::set<RouteKey> touched_;
   std::set<std::pair<std::string, int>> initialized_;
   uint64_t events_ = 0;
