@@ -279,6 +279,17 @@ void Platform::viaIs(const Rib::ViaKey& key, const Rib::Via& via) {
   }
 }
 
+void Platform::viaDel(const Rib::ViaKey& key) {
+  if (via_.erase(key) == 0) return;
+  graph_->viaNextHopDel(key);
+  for (const RibKind rib : ribs) {
+    if (Kel::Ptr<Rib::ViaMetricStatus> table =
+            viaMetricStatus(rib, key.vrfId(), Rib::Transport(key.kind()))) {
+      table->viaMetricDel(key);
+    }
+  }
+}
+
 const Rib::Via* Platform::via(const Rib::ViaKey& key) const {
   const auto it = via_.find(key);
   return it == via_.end() ? nullptr : &it->second;

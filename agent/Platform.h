@@ -111,8 +111,11 @@ class Platform {
                     const NextHop& nh);
   // A via the protocol configured: the RIB learns its next hop and resolves it.
   void viaIs(const Rib::ViaKey& key, const Rib::Via& via);
+  // The protocol no longer has the via: its record and metric go.
+  void viaDel(const Rib::ViaKey& key);
   // The record of a via the protocol configured; null when unknown.
   const Rib::Via* via(const Rib::ViaKey& key) const;
+  uint64_t vias() const { return via_.size(); }
   // False when the loop was not there (for del).
   void loopingRouteIs(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix, const NextHop& nh);
   bool loopingRouteDel(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix, const NextHop& nh);

@@ -66,6 +66,8 @@ class SystemRun {
   uint64_t events() const { return events_; }
   const std::string& script() const { return script_; }
   IpRibAgent::World& world() { return interpreter_.world(); }
+  // Drops the agent's world (the run is over).
+  void worldDel() { interpreter_.worldDel(); }
   const LifecycleModel& lifecycle() const { return model_; }
   const Routes& routes() const { return routes_; }
   // The prefixes that leak, to their target VRF's name.
