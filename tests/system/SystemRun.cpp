@@ -86,32 +86,24 @@ void SystemRun::step() {
     ++events_;
     return;
   }
+  // Each kind of event below its bound, out of a thousand.
+  struct Kind {
+    uint64_t below;
+    void (SystemRun::*event)();
+  };
+  static constexpr Kind kinds[] = {
+      {60, &SystemRun::vrfEvent},          {140, &SystemRun::vrfInputEvent},
+      {210, &SystemRun::interfaceEvent},   {340, &SystemRun::metricEvent},
+      {390, &SystemRun::bfdEvent},         {840, &SystemRun::routeEvent},
+      {880, &SystemRun::leakEvent},        {920, &SystemRun::initializedEvent},
+      {970, &SystemRun::ribSeqEvent},      {990, &SystemRun::readyVerificationEvent},
+      {1000, &SystemRun::initializedEvent}};
   const uint64_t r = pick(1000);
-  if (r < 60) {
-    vrfEvent();
-  } else if (r < 140) {
-    vrfInputEvent();
-  } else if (r < 210) {
-    interfaceEvent();
-  } else if (r < 340) {
-    metricEvent();
-  } else if (r < 390) {
-    bfdEvent();
-  } else if (r < 840) {
-    routeEvent();
-  } else if (r < 880) {
-    leakEvent();
-  } else if (r < 920) {
-    initializedEvent();
-  } else if (r < 970) {
-    ribSeqEvent();
-  } else if (r < 990) {
-    if (model_.config().gracefulRestart && !model_.startReadyVerification()) {
-      run("ready-verification start");
-      model_.startReadyVerificationIs(true);
+  for (const Kind& k : kinds) {
+    if (r < k.below) {
+      (this->*k.event)();
+      break;
     }
-  } else {
-    initializedEvent();
   }
   // Each container built by the line scheduled a review of its Status, run
   // by the settle.
@@ -291,6 +283,13 @@ std::map<std::string, SystemRun::Id> SystemRun::vrfIds() const {
   std::map<std::string, Id> out;
   for (const auto& [name, bare] : bare_) out.emplace(name, model_.idOf(name));
   return out;
+}
+
+void SystemRun::readyVerificationEvent() {
+  if (model_.config().gracefulRestart && !model_.startReadyVerification()) {
+    run("ready-verification start");
+    model_.startReadyVerificationIs(true);
+  }
 }
 
 void SystemRun::initializedEvent() {

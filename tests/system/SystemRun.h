@@ -122,6 +122,7 @@ class SystemRun {
   void leakEvent();
   void initializedEvent();
   void ribSeqEvent();
+  void readyVerificationEvent();
   void restartEvent();
 
   // ------------------------------------------------------------ the platform, in the model
