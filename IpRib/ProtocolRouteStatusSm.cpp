@@ -1,10 +1,12 @@
 #include "IpRib/ProtocolRouteStatusSm.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <optional>
 
 #include "Kel/Assert.h"
 #include "Kel/Duallog.h"
+#include "Kel/Slab.h"
 #include "Kel/System.h"
 #include "platform/Flipset/Flipset.h"
 
@@ -37,27 +39,38 @@ auto* metricLevel(const Map& map, const Key& key) {
 
 // ------------------------------------------------------------ nested reactors
 
-class RouteStatusSm::KelRoute final : public Route::Notifiee, public Kel::Listed<KelRoute> {
+// One per route of the status, kept in RouteStatusSm's slab: it finds
+// RouteStatusSm from its own address.
+class RouteStatusSm::KelRoute final : public Route::Notifiee {
  public:
   class KelRoutePref;
-  KelRoute(RouteStatusSm* sm, Route* route);
+  explicit KelRoute(Route* route);
+  static void* operator new(std::size_t size, Kel::Slab& slab) {
+    return Kel::NestedReactorSlab<KelRoute>::slabAllocate(size, slab);
+  }
+  static void operator delete(void* p) { Kel::Slab::deallocate(p); }
+  static void operator delete(void* p, Kel::Slab&) { Kel::Slab::deallocate(p); }
+
   const Pando::IpGenPrefix& key() const { return notifier()->prefix(); }
   void onRoutePref(const RoutePreference& pref) override;
-  void onRouteChangedAt() override { sm_->handleRouteOf(*notifier()); }
+  void onRouteChangedAt() override { sm()->handleRouteOf(*notifier()); }
   // The route left the status: its reactor goes (the status's reactor then
   // deletes the RIB route).
   void onFiled() override {
-    if (!notifier()->filed()) sm_->routeDel(this);
+    if (!notifier()->filed()) sm()->routeDel(this);
   }
   // A pass will change the route (a via sweep stamping it): what the
   // evaluation reads besides the route is its RIB route.
   void readAhead(int step) const override {
-    const Rib::RouteConfig& rib = *sm_->ribConfig_;
-    rib.prefetchRouteStep(rib.routeHashOf(Rib::RouteKey(sm_->vrfId_, key())), step);
+    const RouteStatusSm& sm = *this->sm();
+    const Rib::RouteConfig& rib = *sm.ribConfig_;
+    rib.prefetchRouteStep(rib.routeHashOf(Rib::RouteKey(sm.vrfId_, key())), step);
   }
 
  private:
-  RouteStatusSm* sm_;
+  RouteStatusSm* sm() const {
+    return static_cast<RouteStatusSm*>(Kel::NestedReactorSlab<KelRoute>::owner(this));
+  }
   Kel::NestedReactors<RoutePreference, KelRoutePref, Kel::FlatMap> kelRoutePref_;
 };
 
@@ -67,7 +80,7 @@ class RouteStatusSm::KelRoute::KelRoutePref final : public RoutePref::Notifiee {
   KelRoutePref(KelRoute* parent, RoutePref* pref);
   RoutePreference key() const { return notifier()->preference(); }
   const Pando::IpGenPrefix& prefix() const { return parent_->key(); }
-  RouteStatusSm* sm() const { return parent_->sm_; }
+  RouteStatusSm* sm() const { return parent_->sm(); }
   // Evaluates the route this preference belongs to.
   void handleRoute() const { sm()->handleRouteOf(*parent_->notifier()); }
 
@@ -100,7 +113,7 @@ class RouteStatusSm::KelRoute::KelRoutePref::KelDedupViaKeyByViaType final
   KelRoutePref* parent_;
 };
 
-RouteStatusSm::KelRoute::KelRoute(RouteStatusSm* sm, Route* route) : sm_(sm), kelRoutePref_(this) {
+RouteStatusSm::KelRoute::KelRoute(Route* route) : kelRoutePref_(this) {
   notifierIs(route);
   for (const Kel::Ptr<RoutePref>& p : route->routePref()) {
     kelRoutePref_.insert(Kel::makePtr<KelRoutePref>(this, p.ptr()));
@@ -113,7 +126,7 @@ void RouteStatusSm::KelRoute::onRoutePref(const RoutePreference& pref) {
   } else {
     kelRoutePref_.erase(pref);
   }
-  sm_->handleRouteOf(*notifier());
+  sm()->handleRouteOf(*notifier());
 }
 
 RouteStatusSm::KelRoute::KelRoutePref::KelRoutePref(KelRoute* parent, RoutePref* pref)
@@ -334,7 +347,7 @@ void RouteStatusSm::routeIs(const Kel::Ptr<Route>& route) {
   // The route will be evaluated soon: start loading its RIB slot, so that
   // this miss overlaps the reactor's.
   prefetchRibSlot(route->prefix());
-  kelRoute_.insert(Kel::makePtr<KelRoute>(this, route.ptr()));
+  kelRoute_.make(route.ptr());
 }
 
 void RouteStatusSm::routeDel(KelRoute* reactor) { kelRoute_.erase(reactor); }
@@ -686,26 +699,33 @@ void RouteStatusSm::addRouteWithLowestMetric(const Pando::IpGenPrefix& prefix,
     return;
   }
   const RouteMetric* metrics = pick.metric;
-  const RouteMetric lowest = *std::min_element(metrics, metrics + viaSet.size());
+  const RouteMetric* const metricsEnd = metrics + viaSet.size();
+  const RouteMetric lowest = *std::min_element(metrics, metricsEnd);
+  // Vias of one metric, the rule, keep the set as it is: no copy.
+  const bool cut =
+      !std::all_of(metrics, metricsEnd, [lowest](RouteMetric m) { return m == lowest; });
   // Scratch for the cut set: the other scratch slot when free, else a local.
   Rib::Brisk::ViaSet local;
   Rib::Brisk::ViaSet& lowestSet =
       (&pick == &scratch_[0] && evaluationDepth_ == 1) ? scratch_[1].viaSet : local;
-  lowestSet.clear();
-  lowestSet.flagsIs(viaSet.flags());
-  uint32_t n = 0;
-  for (uint32_t i = 0; i < viaSet.size(); ++i) {
-    const Rib::ViaKey& via = viaSet.viaKey(i);
-    if (metrics[i] == lowest) {
-      lowestSet.viaKeyIs(n++, via);
-    } else if (observer) {
-      observer->via(via, metrics[i], ViaVerdict::cutByMetric);
+  uint32_t n = viaSet.size();
+  if (cut) {
+    lowestSet.clear();
+    lowestSet.flagsIs(viaSet.flags());
+    n = 0;
+    for (uint32_t i = 0; i < viaSet.size(); ++i) {
+      const Rib::ViaKey& via = viaSet.viaKey(i);
+      if (metrics[i] == lowest) {
+        lowestSet.viaKeyIs(n++, via);
+      } else if (observer) {
+        observer->via(via, metrics[i], ViaVerdict::cutByMetric);
+      }
     }
   }
   RSM_TRACE(9, " (" << prefix << "), Adding route, Preference: " << unsigned(pref) << ", with " << n
                     << " vias of metric: " << lowest);
   if (observer) observer->metricCut(lowest);
-  addRoute(prefix, routePref, lowestSet, srcVrfId, lowest, observer);
+  addRoute(prefix, routePref, cut ? lowestSet : viaSet, srcVrfId, lowest, observer);
 }
 
 void RouteStatusSm::doAddRoute(const Pando::IpGenPrefix& prefix,
@@ -829,19 +849,20 @@ void RouteStatusSm::doReview() {
     }
   }
   // Evaluations wait on cache misses: bring the routes ahead and their RIB
-  // routes toward the cache, found again by hash at each step (one may have
-  // gone meanwhile). The RIB side starts once the route, which holds the
-  // prefix, is in cache.
+  // routes toward the cache, found again at each step where the walk saw
+  // them, else by hash (one may have moved or gone meanwhile). The RIB side
+  // starts once the route, which holds the prefix, is in cache.
   struct Upcoming {
     uint32_t hash;     // in the status
+    uint32_t place;    // in the status, when pushed
     uint32_t ribHash;  // in the RIB, from step 1
   };
   Kel::Lookahead<Upcoming, routePrefetchSteps, 2> ahead;
   Status::RouteMap::const_iterator next;
   const auto pushAhead = [&] {
     if (next == routes.end()) return;
-    ahead.push({next.hash(), 0}, [&](Upcoming& u, int step) {
-      const Kel::Ptr<Route>* route = routes.probable(u.hash);
+    ahead.push({next.hash(), next.place(), 0}, [&](Upcoming& u, int step) {
+      const Kel::Ptr<Route>* route = routes.probable(u.hash, u.place);
       if (route == nullptr) return;
       prefetchRouteStep(**route, step);
       if (step == 1) u.ribHash = ribConfig_->routeHashOf(Rib::RouteKey(vrfId_, (*route)->prefix()));

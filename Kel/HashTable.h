@@ -137,6 +137,8 @@ class HashTable {
     }
     bool operator==(const const_iterator& o) const { return i_ == o.i_; }
     uint32_t hash() const { return t_->slots_[i_].hash; }
+    // Where the element sits now: a hint for probable(h, place).
+    uint32_t place() const { return i_; }
     decltype(auto) key() const { return t_->traits_.key(t_->slots_[i_].entry()); }
 
    private:
@@ -192,6 +194,15 @@ class HashTable {
       if (s.hash == h) return &s.entry();
     }
     return nullptr;
+  }
+  // As probable(h), trying first `place` (an iterator's place()): a pass
+  // that walks the table finds its elements ahead again without a probe,
+  // unless a write moved them meanwhile.
+  const Entry* probable(uint32_t h, uint32_t place) const {
+    if (place < slotCount_ && slots_[place].used() && slots_[place].hash == h) {
+      return &slots_[place].entry();
+    }
+    return probable(h);
   }
 
   // Inserts `entry` unless its key is present; returns the stored entry and

@@ -94,103 +94,23 @@ class NestedReactors final : public NestedReactorGroup {
   Container<Traits> map_;
 };
 
-template <class R>
-class NestedReactorList;
-
-// The links of a reactor kept in a NestedReactorList; R derives from Listed<R>.
-template <class R>
-class Listed {
- private:
-  friend class NestedReactorList<R>;
-  R* prev_ = nullptr;
-  R* next_ = nullptr;
-};
-
 // Nested reactors for a collection too large for a keyed table of its
 // mirror: each reactor is reached through its element's entity (the parent
 // finds the entity in its own collection, and the entity knows its
-// reactors), so the parent only links them, at a cost of two pointers each
-// and no cache miss. The element's entity must tell its reactor when it
-// leaves the collection (an attribute of its own, say), since the parent
-// can no longer find the reactor by key once the element is gone; the
-// reactor then asks the parent to erase it. Otherwise as NestedReactors:
-// handleDel as a reactor leaves (it is out of the list by then, still alive),
-// the owner's active state passed on. The order of the reactors is unspecified.
-template <class R>
-class NestedReactorList final : public NestedReactorGroup {
- public:
-  explicit NestedReactorList(NotifieeBase* owner) : NestedReactorGroup(owner) {}
-  // Dropped with its owner: the reactors go without handleDel, as a table's would.
-  ~NestedReactorList() override {
-    while (head_ != nullptr) unlink(head_)->delRef();
-  }
-
-  uint32_t size() const { return size_; }
-  bool empty() const { return size_ == 0; }
-  template <class F>
-  void forEach(F&& f) const {
-    for (R* r = head_; r != nullptr; r = r->Listed<R>::next_) f(*r);
-  }
-
-  // Adds `r`, whose entity has no reactor of this list yet.
-  R* insert(Ptr<R> r) {
-    r->hasNotificationActiveIs(ownerActive());
-    R* p = r.release();
-    Listed<R>& links = *p;
-    links.next_ = head_;
-    if (head_ != nullptr) static_cast<Listed<R>&>(*head_).prev_ = p;
-    head_ = p;
-    ++size_;
-    return p;
-  }
-
-  // Drops `r` after its handleDel, which runs once `r` has left the list (so
-  // that a handleDel erasing it again changes nothing).
-  void erase(R* r) {
-    if (!listed(r)) return;
-    Ptr<R> keep(unlink(r));
-    r->delRef();  // the list's own reference; `keep` holds it through handleDel
-    r->doHandleDel();
-  }
-
-  // Drops every reactor, each after its handleDel.
-  void clear() {
-    while (head_ != nullptr) erase(head_);
-  }
-
-  void hasNotificationActiveIs(bool active) override {
-    forEach([active](R& r) { r.hasNotificationActiveIs(active); });
-  }
-  void handleOwnerDel() override { clear(); }
-
- private:
-  // Only the head has no predecessor: two words of links, no flag.
-  bool listed(R* r) const { return static_cast<Listed<R>&>(*r).prev_ != nullptr || head_ == r; }
-  R* unlink(R* r) {
-    Listed<R>& links = *r;
-    if (links.prev_ != nullptr) {
-      static_cast<Listed<R>&>(*links.prev_).next_ = links.next_;
-    } else {
-      head_ = links.next_;
-    }
-    if (links.next_ != nullptr) static_cast<Listed<R>&>(*links.next_).prev_ = links.prev_;
-    links.prev_ = links.next_ = nullptr;
-    --size_;
-    return r;
-  }
-
-  R* head_ = nullptr;
-  uint32_t size_ = 0;
-};
-
-// As NestedReactorList, for still more elements: the reactors sit in a slab
-// of the parent's own (Kel/Slab.h), so a reactor costs its own bytes and no
-// more: no links (the parent walks the slab's marks) and no pointer to the
-// parent (owner() finds it from the reactor's address). R is made with
-// make() and declares, in its own scope, `operator new(size_t, Kel::Slab&)`
-// (slabAllocate), `operator delete(void*)` and `operator delete(void*,
-// Kel::Slab&)` (Kel::Slab::deallocate), so that it comes from the slab and
-// goes back to it. Every reactor must be gone when the parent goes.
+// reactors), and sits in a slab of the parent's own (Kel/Slab.h), so a
+// reactor costs its own bytes and no more: no links (the parent walks the
+// slab's marks) and no pointer to the parent (owner() finds it from the
+// reactor's address), and no cache miss of a table of its own. The element's
+// entity must tell its reactor when it leaves the collection (an attribute
+// of its own, say), since the parent can no longer find the reactor by key
+// once the element is gone; the reactor then asks the parent to erase it.
+// R is made with make() and declares, in its own scope, `operator
+// new(size_t, Kel::Slab&)` (slabAllocate), `operator delete(void*)` and
+// `operator delete(void*, Kel::Slab&)` (Kel::Slab::deallocate), so that it
+// comes from the slab and goes back to it. Otherwise as NestedReactors:
+// handleDel as a reactor leaves (it is out of the group by then, still
+// alive), the owner's active state passed on. The order of the reactors is
+// unspecified. Every reactor must be gone when the parent goes.
 template <class R>
 class NestedReactorSlab final : public NestedReactorGroup {
  public:

@@ -16,9 +16,9 @@
 //   the RIB as it arrives (--no-tracker leaves the tracker out);
 // - review: the next-hop graph's generation bump, every VRF's full review
 //   paced by the activity loop, until the loop is quiet.
-// Memory: bytes malloc holds for the load, per route (store, reactors,
-// index, RIB), and the process's peak resident set. A progress line goes to
-// stderr while a phase runs, when stderr is a terminal.
+// Memory: bytes malloc and the slabs hold for the load, per route (store,
+// reactors, index, RIB), and the process's peak resident set. A progress line
+// goes to stderr while a phase runs, when stderr is a terminal.
 //
 // Usage: iprib_scale --routes N [--family ipv4|ipv6|both] [--vrfs K]
 //                    [--no-tracker] [--toggle NAME]... [--json FILE]
@@ -41,6 +41,7 @@
 #include "IpRib/ProtocolRouteStatusSm.h"
 #include "IpRib/ProtocolViaMetricStatusSm.h"
 #include "Kel/Clock.h"
+#include "Kel/Slab.h"
 #include "Kel/String.h"
 #include "Kel/System.h"
 #include "platform/Flipset/Flipset.h"
@@ -208,9 +209,10 @@ double seconds(Clock::time_point from, Clock::time_point to) {
   return std::chrono::duration<double>(to - from).count();
 }
 
-int64_t mallocInUse() {
+// What malloc hands out, and the slabs (Kel/Slab.h), which are mapped apart.
+int64_t bytesInUse() {
   const struct mallinfo2 m = mallinfo2();
-  return int64_t(m.uordblks + m.hblkhd);
+  return int64_t(m.uordblks + m.hblkhd + Kel::Slab::usage().held);
 }
 
 int64_t peakResidentBytes() {
@@ -302,13 +304,13 @@ struct Result {
 Result run(const Options& o) {
   Result r;
   World w(o);
-  const int64_t ready = mallocInUse();
+  const int64_t ready = bytesInUse();
   const Clock::time_point start = Clock::now();
   const double cpuStart = cpuSeconds();
   loadPhase(w, o);
   r.loadSeconds = seconds(start, Clock::now());
   r.loadCpu = cpuSeconds() - cpuStart;
-  r.loadBytes = mallocInUse() - ready;
+  r.loadBytes = bytesInUse() - ready;
   if (w.ribConfig->routeSize() != o.routes) {
     std::cerr << "iprib_scale: " << w.ribConfig->routeSize() << " RIB routes for " << o.routes
               << " written\n";

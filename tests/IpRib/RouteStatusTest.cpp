@@ -277,6 +277,22 @@ TEST_F(RouteStatusTest, ALookUpByHashAloneFindsTheRouteFiledUnderIt) {
     EXPECT_EQ(found->ptr(), it->ptr());
   }
   EXPECT_EQ(routes.probable(routes.hashOf(IpGenPrefix("192.0.2.0/24"))), nullptr);
+  // Given where a walk saw it, also once later routes have moved it.
+  struct Seen {
+    const Route* route;
+    uint32_t hash, place;
+  };
+  std::vector<Seen> seen;
+  for (auto it = routes.begin(); it != routes.end(); ++it) {
+    seen.push_back({it->ptr(), it.hash(), it.place()});
+  }
+  for (uint32_t i = 100; i < 1000; ++i)
+    status_->routeIs(IpGenPrefix::fromV4(0x0a000000u + (i << 8), 24));
+  for (const Seen& s : seen) {
+    const Kel::Ptr<Route>* found = routes.probable(s.hash, s.place);
+    ASSERT_NE(found, nullptr) << s.route->prefix();
+    EXPECT_EQ(found->ptr(), s.route);
+  }
 }
 
 TEST(RouteStatusDirTest, StatusIsReplacesByKeyAndNotifies) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -13,6 +14,7 @@
 #include "Kel/Entity.h"
 #include "Kel/Hash.h"
 #include "Kel/NestedReactors.h"
+#include "Kel/Slab.h"
 
 using Strings = std::vector<std::string>;
 
@@ -335,65 +337,74 @@ TEST_F(EntityDispatchTest, DroppingATreeWithReactorsLeaksNothing) {
   }
 }
 
-// Watches a box and each item through reactors kept in a list, reached
+// Watches a box and each item through reactors kept in a slab, reached
 // through their items; an item's reactor leaves when the item is let go.
-class ListWatcher final : public Box::Notifiee, Live<ListWatcher> {
+class SlabWatcher final : public Box::Notifiee, Live<SlabWatcher> {
  public:
-  class KelItem final : public Item::Notifiee, public Kel::Listed<KelItem>, Live<KelItem> {
+  class KelItem final : public Item::Notifiee, Live<KelItem> {
    public:
-    KelItem(Item* i, ListWatcher* owner) : owner_(owner) { notifierIs(i); }
+    explicit KelItem(Item* i) { notifierIs(i); }
+    static void* operator new(std::size_t size, Kel::Slab& slab) {
+      return Kel::NestedReactorSlab<KelItem>::slabAllocate(size, slab);
+    }
+    static void operator delete(void* p) { Kel::Slab::deallocate(p); }
+    static void operator delete(void* p, Kel::Slab&) { Kel::Slab::deallocate(p); }
+
     void onValue() override {
-      owner_->log.push_back("value " + std::to_string(notifier()->key().v));
+      owner()->log.push_back("value " + std::to_string(notifier()->key().v));
     }
     void onFiled() override {
-      if (!notifier()->filed()) owner_->items.erase(this);
+      if (!notifier()->filed()) owner()->items.erase(this);
     }
     void handleDel() override {
-      owner_->log.push_back("del " + std::to_string(notifier()->key().v));
+      owner()->log.push_back("del " + std::to_string(notifier()->key().v));
       // A second erase from inside handleDel changes nothing.
-      owner_->items.erase(this);
+      owner()->items.erase(this);
     }
     void readAhead(int step) const override {
-      owner_->log.push_back("ahead " + std::to_string(notifier()->key().v) + " step " +
-                            std::to_string(step));
+      owner()->log.push_back("ahead " + std::to_string(notifier()->key().v) + " step " +
+                             std::to_string(step));
     }
 
    private:
-    ListWatcher* owner_;
+    SlabWatcher* owner() const {
+      return static_cast<SlabWatcher*>(Kel::NestedReactorSlab<KelItem>::owner(this));
+    }
   };
 
-  explicit ListWatcher(Box* b) : items(this) {
+  explicit SlabWatcher(Box* b) : items(this) {
     notifierIs(b);
-    for (const auto& i : b->item()) items.insert(Kel::makePtr<KelItem>(i.ptr(), this));
+    for (const auto& i : b->item()) items.make(i.ptr());
   }
   void onItem(const Name& k) override {
     if (auto i = notifier()->item(k)) {
-      items.insert(Kel::makePtr<KelItem>(i.ptr(), this));
+      items.make(i.ptr());
     } else {
       log.push_back("box lost " + std::to_string(k.v));
     }
   }
 
-  Kel::NestedReactorList<KelItem> items;
+  Kel::NestedReactorSlab<KelItem> items;
   Strings log;
 };
 
-TEST_F(EntityDispatchTest, ListedReactorsLeaveWithTheirItemsAndFollowTheParent) {
+TEST_F(EntityDispatchTest, SlabReactorsLeaveWithTheirItemsAndFollowTheParent) {
   box_->itemIs({1});
-  auto w = Kel::makePtr<ListWatcher>(box_.ptr());
+  auto w = Kel::makePtr<SlabWatcher>(box_.ptr());
   box_->itemIs({2});
   box_->itemIs({3});
   EXPECT_EQ(w->items.size(), 3u);
   box_->itemDel({2});
   EXPECT_EQ(w->log, (Strings{"del 2", "box lost 2"})) << "the item's reactor hears first";
   EXPECT_EQ(w->items.size(), 2u);
-  EXPECT_EQ(Live<ListWatcher::KelItem>::count, 2);
+  EXPECT_EQ(Live<SlabWatcher::KelItem>::count, 2);
 
   w->log.clear();
   w->hasNotificationActiveIs(false);
   box_->item({1})->valueIs(7);
-  w->items.insert(Kel::makePtr<ListWatcher::KelItem>(box_->itemIs({4}).ptr(), w.ptr()));
-  w->items.forEach([](const ListWatcher::KelItem& r) { EXPECT_FALSE(r.hasNotificationActive()); });
+  w->items.make(box_->itemIs({4}).ptr());
+  box_->item({4})->valueIs(3);
+  EXPECT_EQ(w->log, Strings{}) << "a reactor made while the parent is off is off";
   w->hasNotificationActiveIs(true);
   box_->item({4})->valueIs(1);
   EXPECT_EQ(w->log, Strings{"value 4"});
@@ -403,15 +414,15 @@ TEST_F(EntityDispatchTest, ListedReactorsLeaveWithTheirItemsAndFollowTheParent) 
   std::sort(w->log.begin(), w->log.end());
   EXPECT_EQ(w->log, (Strings{"del 1", "del 3", "del 4"}));
   EXPECT_TRUE(w->items.empty());
-  EXPECT_EQ(Live<ListWatcher::KelItem>::count, 0);
+  EXPECT_EQ(Live<SlabWatcher::KelItem>::count, 0);
   w = nullptr;
-  EXPECT_EQ(Live<ListWatcher>::count, 0);
+  EXPECT_EQ(Live<SlabWatcher>::count, 0);
 }
 
 TEST_F(EntityDispatchTest, ReadAheadReachesActiveReactorsAfterTheListSteps) {
   box_->itemIs({1});
   box_->itemIs({2});
-  auto w = Kel::makePtr<ListWatcher>(box_.ptr());
+  auto w = Kel::makePtr<SlabWatcher>(box_.ptr());
   const Item& alone = *box_->item({1});  // one reactor, kept inline
   Item& shared = *box_->item({2});
   auto other = Kel::makePtr<ItemProbe>(&shared);  // a second: a reactor list
