@@ -9,7 +9,7 @@ FUZZ_PACKAGES := clang libclang-rt-14-dev
 # Seconds each fuzz target runs in `make fuzz`.
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps fuzz-deps demo test bench bench-build scale plot asan fuzz clean format
+.PHONY: all deps fuzz-deps demo test bench bench-build scale plot asan fuzz soak clean format
 
 all: deps $(BUILD)/Makefile
 	cmake --build $(BUILD) -j $(JOBS)
@@ -80,6 +80,16 @@ fuzz: deps fuzz-deps
 	cmake -S . -B build-fuzz -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo -DIPRIB_FUZZ=ON
 	cmake --build build-fuzz -j $(JOBS) --target fuzz-all
 	fuzz/run $(FUZZ_SECONDS) build-fuzz
+
+# Ten million random events through the whole system, then the churned
+# system against a fresh start with the same inputs (SEED and EVENTS to vary).
+SEED ?= 1
+EVENTS ?= 10000000
+# Built in the test tree (RelWithDebInfo): it shares the system test's event
+# stream, so one configure serves both.
+soak: all
+	uptime
+	$(BUILD)/tests/soak --seed $(SEED) --events $(EVENTS)
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

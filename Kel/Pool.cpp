@@ -44,4 +44,10 @@ std::size_t liveBlocks(std::size_t blockSize) {
   return n;
 }
 
+std::size_t liveBlocks(Arena arena) {
+  std::size_t n = 0;
+  for (const std::size_t live : detail::arenas[int(arena)].live) n += live;
+  return n;
+}
+
 }  // namespace Kel::Pool

@@ -106,5 +106,7 @@ struct Usage {
 Usage usage();
 // Live pooled blocks of `blockSize` bytes (a multiple of 8), in both arenas.
 std::size_t liveBlocks(std::size_t blockSize);
+// Live pooled blocks of one arena, every size: the reactors alive, say.
+std::size_t liveBlocks(Arena arena);
 
 }  // namespace Kel::Pool

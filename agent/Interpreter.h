@@ -65,6 +65,8 @@ class Interpreter {
   bool worldMade() const { return world_ != nullptr; }
   // The world, made from the set-up on first use.
   World& world();
+  // Drops the world, as the end of the process would.
+  void worldDel() { world_.reset(); }
 
   // Runs the event loop until no clock is due.
   void settle();

@@ -236,13 +236,19 @@ void Platform::publishMetrics(RibKind rib, const L3::VrfName& vrf, Rib::Transpor
   const Vrf::VrfIdMap::VrfId id = vrfId(vrf);
   Kel::Ptr<Rib::ViaMetricStatus> table = viaMetricStatus(rib, id, transport);
   if (!table) return;
-  for (const auto& [key, via] : via_) {
-    if (key.vrfId() != id || key.kind() != uint8_t(transport)) continue;
-    if (std::optional<NextHopMetric> m = metricFor(rib, vrf, key, via)) {
-      table->viaMetricIs(key, Rib::ViaMetric(Rib::MetricPref(1, m->metric), m->looping));
-    } else {
-      table->viaMetricDel(key);
-    }
+  // Via keys order by kind, then VRF id: the VRF's keys of the transport are one range.
+  const auto end = via_.lower_bound(Rib::ViaKey(uint8_t(transport), id + 1, 0, 0));
+  for (auto it = via_.lower_bound(Rib::ViaKey(uint8_t(transport), id, 0, 0)); it != end; ++it) {
+    publishMetric(*table, rib, vrf, it->first, it->second);
+  }
+}
+
+void Platform::publishMetric(Rib::ViaMetricStatus& table, RibKind rib, const L3::VrfName& vrf,
+                             const Rib::ViaKey& key, const Rib::Via& via) {
+  if (std::optional<NextHopMetric> m = metricFor(rib, vrf, key, via)) {
+    table.viaMetricIs(key, Rib::ViaMetric(Rib::MetricPref(1, m->metric), m->looping));
+  } else {
+    table.viaMetricDel(key);
   }
 }
 
@@ -263,8 +269,24 @@ void Platform::viaIs(const Rib::ViaKey& key, const Rib::Via& via) {
   if (const auto it = via_.find(key); it != via_.end() && it->second == via) return;
   via_[key] = via;
   graph_->viaNextHopIs(key, via.nextHop());
-  if (const L3::VrfName* vrf = vrfName(key.vrfId())) {
-    for (const RibKind rib : ribs) publishMetrics(rib, *vrf, Rib::Transport(key.kind()));
+  const L3::VrfName* vrf = vrfName(key.vrfId());
+  if (!vrf) return;
+  for (const RibKind rib : ribs) {
+    if (Kel::Ptr<Rib::ViaMetricStatus> table =
+            viaMetricStatus(rib, key.vrfId(), Rib::Transport(key.kind()))) {
+      publishMetric(*table, rib, *vrf, key, via);
+    }
+  }
+}
+
+void Platform::viaDel(const Rib::ViaKey& key) {
+  if (via_.erase(key) == 0) return;
+  graph_->viaNextHopDel(key);
+  for (const RibKind rib : ribs) {
+    if (Kel::Ptr<Rib::ViaMetricStatus> table =
+            viaMetricStatus(rib, key.vrfId(), Rib::Transport(key.kind()))) {
+      table->viaMetricDel(key);
+    }
   }
 }
 

@@ -24,7 +24,8 @@
 // the VRF's looping-route status, which makes route computation ask again.
 // Every method checks nothing that the command parser checks already; the
 // callers validate first so that a refused command changes nothing.
-// One thread. Costs: publishing a metric walks the via keys of its VRF.
+// One thread. Costs: publishing a metric walks the via keys of its VRF and
+// transport; a new via publishes its own metric only.
 #pragma once
 
 #include <array>
@@ -110,8 +111,11 @@ class Platform {
                     const NextHop& nh);
   // A via the protocol configured: the RIB learns its next hop and resolves it.
   void viaIs(const Rib::ViaKey& key, const Rib::Via& via);
+  // The protocol no longer has the via: its record and metric go.
+  void viaDel(const Rib::ViaKey& key);
   // The record of a via the protocol configured; null when unknown.
   const Rib::Via* via(const Rib::ViaKey& key) const;
+  uint64_t vias() const { return via_.size(); }
   // False when the loop was not there (for del).
   void loopingRouteIs(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix, const NextHop& nh);
   bool loopingRouteDel(const L3::VrfName& vrf, const Pando::IpGenPrefix& prefix, const NextHop& nh);
@@ -129,6 +133,8 @@ class Platform {
                                          const Rib::ViaKey& key, const Rib::Via& via) const;
   // Writes (or withdraws) the metrics of every known via of the VRF and transport.
   void publishMetrics(RibKind rib, const L3::VrfName& vrf, Rib::Transport transport);
+  void publishMetric(Rib::ViaMetricStatus& table, RibKind rib, const L3::VrfName& vrf,
+                     const Rib::ViaKey& key, const Rib::Via& via);
   void metricTableIs(RibKind rib, const L3::VrfName& vrf, Rib::Transport transport, bool on);
   // Writes the dependency graph's host route of a looping next hop in a VRF
   // (or drops it when no loop uses the next hop any more).

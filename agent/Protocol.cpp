@@ -16,17 +16,34 @@ Rib::ViaKey ProtocolSide::viaKey(const Published& p, const ViaSpec& via) {
   const Pando::AddressFamily af = via.nextHop.addr.af();
   const uint8_t kind =
       af == Pando::AddressFamily::ipv4 ? Rib::ViaKey::kindIpv4 : Rib::ViaKey::kindIpv6;
-  const auto key = std::make_tuple(p.vrfId, kind, via.nextHop, via.label);
+  const ViaSpecKey key(p.vrfId, kind, via.nextHop, via.label);
   auto it = viaKey_.find(key);
   if (it == viaKey_.end()) {
     it = viaKey_
              .emplace(key, Rib::ViaKey(kind, p.vrfId, protocol_, ++nextViaIndex_[{p.vrfId, kind}]))
              .first;
+    viaUse_.emplace(it->second, ViaUse{key, 0});
   }
   const Rib::Via record(via.nextHop.addr, via.nextHop.intf, via.label);
   (af == p.af ? p.viaConfig : p.auxViaConfig)->viaIs(it->second, record);
   platform_.viaIs(it->second, record);
   return it->second;
+}
+
+void ProtocolSide::viaHeld(const Rib::ViaKey& key) { ++viaUse_.at(key).uses; }
+
+void ProtocolSide::viaReleased(const Rib::ViaKey& key) {
+  const auto it = viaUse_.find(key);
+  if (--it->second.uses != 0) return;
+  viaKey_.erase(it->second.spec);
+  viaUse_.erase(it);
+  platform_.viaDel(key);
+}
+
+void ProtocolSide::viasReleased(const Protocol::RoutePref& rp) {
+  for (const auto& byType : rp.dedupViaKeyByViaType()) {
+    for (const auto& v : byType->dedupViaKey()) viaReleased(v->viaKey());
+  }
 }
 
 void ProtocolSide::stamp(Protocol::Route& route) {
@@ -71,12 +88,18 @@ void ProtocolSide::writePref(const Published& p, Protocol::RoutePref& rp, const 
       present->metricIs(metric);
     } else {
       rp.dedupViaKeyIs(type, viaKeys_->dedupViaKeyIs(k), metric);
+      viaHeld(k);
     }
   }
+  // Released last: a via may move from one type to another.
+  for (const auto& [type, k] : gone) viaReleased(k);
 }
 
 void ProtocolSide::write(const Published& p, const Pando::IpGenPrefix& prefix, const Prefs& prefs) {
   if (prefs.empty()) {
+    if (const Kel::Ptr<Protocol::Route> route = p.status->route(prefix)) {
+      for (const auto& rp : route->routePref()) viasReleased(*rp);
+    }
     p.status->routeDel(prefix);
     return;
   }
@@ -85,7 +108,10 @@ void ProtocolSide::write(const Published& p, const Pando::IpGenPrefix& prefix, c
   for (const auto& rp : route->routePref()) {
     if (!prefs.count(rp->preference())) gone.push_back(rp->preference());
   }
-  for (Routing::RoutePreference g : gone) route->routePrefDel(g);
+  for (Routing::RoutePreference g : gone) {
+    viasReleased(*route->routePref(g));
+    route->routePrefDel(g);
+  }
   for (const auto& [pref, spec] : prefs) writePref(p, *route->routePrefIs(pref), spec);
   stamp(*route);
 }
@@ -214,7 +240,12 @@ void ProtocolSide::statusIs(const L3::VrfName& vrf, Pando::AddressFamily af,
 }
 
 void ProtocolSide::statusDel(const L3::VrfName& vrf, Pando::AddressFamily af) {
-  published_.erase(Family(vrf, af));
+  const auto it = published_.find(Family(vrf, af));
+  if (it == published_.end()) return;
+  for (const auto& route : it->second.status->route()) {
+    for (const auto& rp : route->routePref()) viasReleased(*rp);
+  }
+  published_.erase(it);
 }
 
 }  // namespace IpRibAgent

@@ -14,6 +14,8 @@
 // is written, whenever a route uses it, into the container's IP via
 // configuration of the next hop's family (a container's tables are new
 // when it is), and told to the RIB (Platform::viaIs), which resolves it.
+// A key that no published route lists any more (its preferences rewritten
+// or removed, its containers gone) is forgotten, and the RIB told so.
 // The protocol's routes are also kept as the leak code reads them: per VRF
 // and family a Routing::RouteList, one Routing::Route per configured
 // preference, whose metric is the lowest of its vias and whose leak target
@@ -91,6 +93,8 @@ class ProtocolSide {
   // The protocol process starts again: its routes are configuration and
   // stay, but it says `initialized` anew once it has replayed them.
   void restart() { initialized_.clear(); }
+  // Via keys handed out, one per VRF id, next hop and label.
+  uint64_t viaKeys() const { return viaKey_.size(); }
 
  private:
   using Prefs = std::map<Routing::RoutePreference, PrefSpec>;
@@ -104,6 +108,11 @@ class ProtocolSide {
   };
 
   Rib::ViaKey viaKey(const Published& p, const ViaSpec& via);
+  // A route preference's vias, counted while a published Status lists them:
+  // a via no route lists any more is forgotten, here and by the platform.
+  void viaHeld(const Rib::ViaKey& key);
+  void viaReleased(const Rib::ViaKey& key);
+  void viasReleased(const Protocol::RoutePref& rp);
   void write(const Published& p, const Pando::IpGenPrefix& prefix, const Prefs& prefs);
   void writePref(const Published& p, Protocol::RoutePref& rp, const PrefSpec& spec);
   void stamp(Protocol::Route& route);
@@ -116,7 +125,13 @@ class ProtocolSide {
   Rib::RoutingProtocol protocol_;
   Platform& platform_;
   Kel::Ptr<Rib::DedupViaKeyTable> viaKeys_ = Kel::makePtr<Rib::DedupViaKeyTable>();
-  std::map<std::tuple<Vrf::VrfIdMap::VrfId, uint8_t, NextHop, uint32_t>, Rib::ViaKey> viaKey_;
+  using ViaSpecKey = std::tuple<Vrf::VrfIdMap::VrfId, uint8_t, NextHop, uint32_t>;
+  struct ViaUse {
+    ViaSpecKey spec;
+    uint32_t uses = 0;  // route preferences of published Statuses, by via type
+  };
+  std::map<ViaSpecKey, Rib::ViaKey> viaKey_;
+  std::map<Rib::ViaKey, ViaUse> viaUse_;
   std::map<std::pair<Vrf::VrfIdMap::VrfId, uint8_t>, uint32_t> nextViaIndex_;
   std::map<Family, std::map<Pando::IpGenPrefix, Prefs>> route_;
   std::set<Family> initialized_;

@@ -16,8 +16,7 @@ World::World(const Setup& setup)
 
 World::~World() {
   // The library before the tables it reads.
-  leak_ = nullptr;
-  builder_ = nullptr;
+  stop();
   ribMount_.clear();
 }
 
@@ -40,20 +39,30 @@ void World::start() {
   Kel::ActivityManager::instance().runUntilQuiet();
 }
 
-void World::restart() {
+void World::stop() {
+  stopping_ = true;
   leak_ = nullptr;
   builder_ = nullptr;
+  stopping_ = false;
+}
+
+void World::restart() {
+  stop();
   protocol_.restart();
   agentPlatform_.allVrfReadyStatus->vrfReadyStatusDelAll();
   setup_.gracefulRestart = true;
   start();
 }
 
-void World::containerBuilt(Protocol::ContainerSm& c, bool multicast) {
-  if (multicast) return;
-  const Kel::String path = builder_->rootSm()->ribMount(
+Kel::String World::ribPath(const Protocol::ContainerSm& c) const {
+  return builder_->rootSm()->ribMount(
       c.vrfId(), Rib::ribString,
       c.containerKey().af() == Pando::AddressFamily::ipv4 ? "ipv4" : "ipv6");
+}
+
+void World::containerBuilt(Protocol::ContainerSm& c, bool multicast) {
+  if (multicast) return;
+  const Kel::String path = ribPath(c);
   Kel::Ptr<KelBrisk::Mount>& mount = ribMount_[std::string(path.view())];
   if (!mount) {
     mount =
@@ -70,7 +79,15 @@ void World::containerDropping(Protocol::ContainerSm& c, bool multicast) {
     droppedEvaluations_ += sm->evaluations();
     droppedReviewSlices_ += sm->reviewSlices();
   }
-  if (!multicast) protocol_.statusDel(c.containerKey().vrfName(), c.containerKey().af());
+  if (multicast) return;
+  protocol_.statusDel(c.containerKey().vrfName(), c.containerKey().af());
+  if (stopping_ || !builder_) return;
+  // A table that one protocol writes for all VRFs stays while another uses it.
+  const Kel::String path = ribPath(c);
+  for (const auto& [key, other] : builder_->containers()) {
+    if (!key.multicast && other.sm.ptr() != &c && ribPath(*other.sm) == path) return;
+  }
+  ribMount_.erase(std::string(path.view()));
 }
 
 std::vector<World::ContainerRef> World::containers() const {

@@ -12,10 +12,12 @@
 // tables to the protocol, which writes its routes there, and take them back
 // before a container is dropped.
 // The leak root (LeakSide) is made with the library and dropped with it.
-// The RIB maps every route table the library writes (as a RIB process
-// reads them), so a restart finds the routes it left: `restart` drops the
-// library (containers, then the root) and starts it again under graceful
-// restart, with fresh readiness records, as a new agent process would.
+// The RIB maps the route table of every unicast container (as a RIB process
+// reads them) and forgets it when the container goes, unless the library
+// is going as a whole: a restart finds the routes it left. `restart` drops
+// the library (containers, then the root) and starts it again under
+// graceful restart, with fresh readiness records, as a new agent process
+// would.
 // The environment variable IP_INTF_CHECK_NOT_NEEDED is set (or cleared) for
 // the root as the set-up says, just before it is made.
 // One thread.
@@ -57,6 +59,9 @@ class World {
   void start();
   // Drops the library and starts it again under graceful restart.
   void restart();
+  // Drops the library (the leak root, containers, then the root); the
+  // platform, the protocol and the RIB's mappings stay.
+  void stop();
 
   Platform& platform() { return platform_; }
   const Platform& platform() const { return platform_; }
@@ -93,10 +98,13 @@ class World {
   // Work done by containers dropped so far, for show stats.
   uint64_t droppedEvaluations() const { return droppedEvaluations_; }
   uint64_t droppedReviewSlices() const { return droppedReviewSlices_; }
+  // Route tables the RIB maps.
+  uint64_t ribMounts() const { return ribMount_.size(); }
 
  private:
   void containerBuilt(Routing::Protocol::ContainerSm& c, bool multicast);
   void containerDropping(Routing::Protocol::ContainerSm& c, bool multicast);
+  Kel::String ribPath(const Routing::Protocol::ContainerSm& c) const;
 
   Setup setup_;
   Routing::Protocol::AgentPlatform agentPlatform_ = Routing::Protocol::AgentPlatform::make();
@@ -104,6 +112,7 @@ class World {
   ProtocolSide protocol_;
   Kel::Ptr<Routing::Protocol::AgentBuilder> builder_;
   Kel::Ptr<LeakSide> leak_;
+  bool stopping_ = false;
   // The RIB's mappings of the route tables, by path.
   std::map<std::string, Kel::Ptr<KelBrisk::Mount>> ribMount_;
   uint64_t droppedEvaluations_ = 0;

@@ -148,6 +148,11 @@ void LifecycleModel::statusInitialized(const ContainerKey& key) {
   reviewIs(key.first, c.record, afOf(key.second), true);
 }
 
+void LifecycleModel::scheduledReviewRan(const ContainerKey& key) {
+  const Container& c = containers_.at(key);
+  if (c.statusInitialized) reviewIs(key.first, c.record, afOf(key.second), true);
+}
+
 void LifecycleModel::startReadyVerificationIs(bool start) {
   if (startReadyVerification_ == start) return;
   startReadyVerification_ = start;
@@ -167,8 +172,13 @@ void LifecycleModel::start(const Names& order) {
   handleVrfNameToIdMap(order);
 }
 
-void LifecycleModel::restart(bool gracefulRestart) {
+void LifecycleModel::restart(bool gracefulRestart, bool keepRecords) {
   containers_.clear();
+  if (!keepRecords) {
+    for (auto& [name, record] : records_) {
+      record = Record{{false, false}, 0, {false, false}, record.ribReadySeqTrigger, ++generations_};
+    }
+  }
   mounted_.clear();
   for (std::set<std::string>& set : ready_) set.clear();
   for (bool& present : defaultVrfMetric_) present = false;
@@ -321,9 +331,12 @@ void LifecycleModel::doBuildContainer(int family, const std::string& name) {
   if (multicastOf(family)) mounted_.emplace(id, true, afOf(family));
   const auto record = records_.find(name);
   const uint64_t generation = record == records_.end() ? 0 : record->second.generation;
-  containers_.emplace(ContainerKey(name, family), Container{id, generation});
+  containers_.emplace(ContainerKey(name, family), Container{id, generation, false, ++builds_});
   // The new RouteStatusSm schedules a review: its family is not reviewed yet.
   reviewIs(name, generation, afOf(family), false);
+  if (!multicastOf(family) && protocolInitialized && protocolInitialized(name, afOf(family))) {
+    statusInitialized(ContainerKey(name, family));
+  }
 }
 
 void LifecycleModel::doDropContainer(int family, const std::string& name) {

@@ -20,6 +20,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -62,6 +63,7 @@ class LifecycleModel {
     Id vrfId;
     uint64_t record;  // the record's generation at build; 0 for none
     bool statusInitialized = false;
+    uint64_t serial = 0;  // which build: a container rebuilt is a new one
   };
   // One VRF's via metric tree: the VRF's entry, a level per transport, and
   // per transport the member of this protocol and of another one.
@@ -102,13 +104,21 @@ class LifecycleModel {
   void routeReviewCompleteIs(const std::string& name, int af, bool complete);
   // The container's Status initialized: its (empty) review completes at once.
   void statusInitialized(const ContainerKey& key);
+  // The review a container scheduled when it was built ran: complete when
+  // its Status is initialized, else it waits.
+  void scheduledReviewRan(const ContainerKey& key);
   void startReadyVerificationIs(bool start);
   void grStateIs(bool gracefulRestart);
   // doMountsComplete, its bulk pass visiting the names in `order`.
   void start(const Names& order);
   // The agent dropped (containers without cleanup, then the root and its
-  // mounts) and a new one made; the readiness records stay.
-  void restart(bool gracefulRestart);
+  // mounts) and a new one made. The readiness records stay, or (an agent
+  // that empties its VrfReadyStatus collection first) start afresh while
+  // the RIB's sequence triggers stay.
+  void restart(bool gracefulRestart, bool keepRecords = true);
+  // Asked when a unicast container is built: whether the protocol has said
+  // the family is initialized, so that it marks the new Status at once.
+  std::function<bool(const std::string& name, int af)> protocolInitialized;
 
   // ------------------------------------------------------------ state
   bool initialized() const { return initialized_; }
@@ -131,6 +141,8 @@ class LifecycleModel {
   bool builderFollowsMap() const { return builderFollowsMap_; }
   // Containers the builder rebuilt because their VRF's id changed.
   uint64_t rebuilds() const { return rebuilds_; }
+  // Containers built so far: the newest container's serial.
+  uint64_t builds() const { return builds_; }
   // Whether every input of the family is there now, default-VRF tables read
   // afresh: what the set holds for `name` once each of its inputs was touched.
   bool inputsPresent(int family, const std::string& name) const;
@@ -177,6 +189,7 @@ class LifecycleModel {
   std::map<ContainerKey, Container> containers_;
   bool builderFollowsMap_ = true;
   uint64_t rebuilds_ = 0;
+  uint64_t builds_ = 0;
 };
 
 }  // namespace Routing::Protocol::Test
