@@ -130,6 +130,10 @@ void AgentBuilder::handleMountGroups() {
   // After the root's own watcher, so that the sets are current when it runs.
   const Vrf::VrfIdMap::NameToIdMap* map = rootSm_->nameToIdMap();
   kelNameToIdMap_.reactorIs(map ? Kel::makePtr<KelNameToIdMap>(this, map) : nullptr);
+  // The start's pass weighed every name in the map.
+  if (map) {
+    for (const auto& entry : map->vrfNameToId()) weighedIds_[entry.name] = entry.id;
+  }
 }
 
 void AgentBuilder::handleVrfNameToId(const L3::VrfName& vrfName) {
@@ -143,6 +147,34 @@ void AgentBuilder::handleVrfNameToId(const L3::VrfName& vrfName) {
     if (it == containers_.end() || it->second.vrfId == vrfId) continue;
     doDropContainer(key);
     handleReadyVrf(kind, vrfName);
+  }
+  doReleaseWeighedTables(vrfName, vrfId);
+}
+
+void AgentBuilder::doReleaseWeighedTables(const L3::VrfName& vrfName, Vrf::VrfIdMap::VrfId vrfId) {
+  const auto it = weighedIds_.find(vrfName);
+  const Vrf::VrfIdMap::VrfId prior =
+      it == weighedIds_.end() ? Vrf::VrfIdMap::invalidVrfId : it->second;
+  if (vrfId != Vrf::VrfIdMap::invalidVrfId) {
+    weighedIds_[vrfName] = vrfId;
+  } else if (it != weighedIds_.end()) {
+    weighedIds_.erase(it);
+  }
+  const Vrf::VrfIdMap::NameToIdMap* map = rootSm_->nameToIdMap();
+  if (prior == Vrf::VrfIdMap::invalidVrfId || prior == vrfId ||
+      (map && map->vrfName(prior) != nullptr)) {
+    return;
+  }
+  // A container there would have been cleaned up as it was dropped.
+  for (const Pando::AddressFamily af : {Pando::AddressFamily::ipv4, Pando::AddressFamily::ipv6}) {
+    const bool ipv4 = af == Pando::AddressFamily::ipv4;
+    if (!rootSm_->vrfRibConfig(prior, Rib::ribString, ipv4 ? "ipv4" : "ipv6") &&
+        !rootSm_->vrfViaConfig(prior, Rib::ribString, transportOf(af))) {
+      continue;
+    }
+    ipv4 ? rootSm_->doCleanupContainer4(vrfName, prior)
+         : rootSm_->doCleanupContainer6(vrfName, prior);
+    if (tablesCleaned_) tablesCleaned_(vrfName, prior, af, false);
   }
 }
 
@@ -246,6 +278,7 @@ void AgentBuilder::doDropContainer(const Key& key) {
     ipv4 ? rootSm_->doCleanupContainer4(vrfName, c.vrfId)
          : rootSm_->doCleanupContainer6(vrfName, c.vrfId);
   }
+  if (tablesCleaned_) tablesCleaned_(vrfName, c.vrfId, key.containerKey.af(), key.multicast);
 }
 
 }  // namespace Routing::Protocol

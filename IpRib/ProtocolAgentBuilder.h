@@ -18,7 +18,8 @@
 // the VRF's id when the container was built. Unicast containers file their
 // Status in the root's RouteStatusDir, so via metric changes reach their routes.
 // Hooks tell the agent when a container is built (to publish its routes into
-// the new Status) and before one is dropped.
+// the new Status), before one is dropped, and when a VRF's tables were
+// cleaned up (so that the RIB can forget them).
 //
 // Decided here: a container takes as its auxiliary via configuration the
 // VRF's via table of the other IP family, mounted by the builder while the
@@ -26,7 +27,11 @@
 // Teardown drops the containers without cleaning their tables (a restart
 // keeps the RIB's routes), then the root. A VRF renumbered while ready gets
 // its containers rebuilt on the new id (the old id's tables cleaned up);
-// the builder follows the name map the root had at start.
+// the builder follows the name map the root had at start. Weighing a VRF
+// for readiness mounts its unicast tables, and only a container's clean-up
+// gives them back: a name that leaves the map or takes another id without
+// a container on the old one has the old id's tables cleaned up too, unless
+// another name holds that id by then, so that churn leaves no tables behind.
 #pragma once
 
 #include <cstdint>
@@ -71,6 +76,8 @@ struct AgentConfig {
 class AgentBuilder final : public Kel::NotifieeBase {
  public:
   using ContainerHook = std::function<void(ContainerSm& container, bool multicast)>;
+  using TablesHook = std::function<void(const L3::VrfName& vrfName, Vrf::VrfIdMap::VrfId vrfId,
+                                        Pando::AddressFamily af, bool multicast)>;
   struct Key {
     ContainerKey containerKey;
     bool multicast;
@@ -107,6 +114,8 @@ class AgentBuilder final : public Kel::NotifieeBase {
 
   void containerBuiltIs(ContainerHook hook) { containerBuilt_ = std::move(hook); }
   void containerDroppingIs(ContainerHook hook) { containerDropping_ = std::move(hook); }
+  // After the root cleaned up a VRF's tables of one RIB and family.
+  void tablesCleanedIs(TablesHook hook) { tablesCleaned_ = std::move(hook); }
 
   // The ready sets' handlers (also the agent's way to force a re-check).
   void handleReadyVrf(ReadyVrfSets::Kind kind, const L3::VrfName& vrfName);
@@ -121,6 +130,7 @@ class AgentBuilder final : public Kel::NotifieeBase {
 
   void doBuildContainer(const Key& key);
   void doDropContainer(const Key& key);
+  void doReleaseWeighedTables(const L3::VrfName& vrfName, Vrf::VrfIdMap::VrfId vrfId);
 
   AgentConfig config_;
   AgentPlatform platform_;
@@ -128,8 +138,11 @@ class AgentBuilder final : public Kel::NotifieeBase {
   Kel::Ptr<KelSharedMem::MountGroup> shmemMg_;
   Kel::Ptr<RootSm> rootSm_;
   ContainerMap containers_;
+  // The id each name of the map was last weighed under.
+  std::map<L3::VrfName, Vrf::VrfIdMap::VrfId> weighedIds_;
   ContainerHook containerBuilt_;
   ContainerHook containerDropping_;
+  TablesHook tablesCleaned_;
   Kel::NestedReactor<KelReadyVrfSets> kelReadyVrfSets_;
   Kel::NestedReactor<KelMountGroup> kelMountGroup_;
   Kel::NestedReactor<KelShmemMountGroup> kelShmemMountGroup_;

@@ -84,6 +84,10 @@ void Platform::vrfDel(const L3::VrfName& name) {
   loopsIs(name, false);
   vrfTablesIs(name, false);
   intfTablesIs(name, false);
+  // The RIB's tables of the VRF go with it: declared again, it starts
+  // without next-hop metrics or loops.
+  std::erase_if(metric_, [&](const auto& e) { return std::get<1>(e.first) == name; });
+  std::erase_if(loop_, [&](const auto& e) { return std::get<0>(e.first) == name; });
   bare_.erase(it);
   vrfIdStatus_->vrfEntryDel(vrfId(name));
   vrfNameStatus_->nameToIdMap()->vrfNameToIdDel(name);

@@ -155,7 +155,8 @@ void ProtocolSide::routeIs(const L3::VrfName& vrf, const Pando::IpGenPrefix& pre
   const Family f(vrf, prefix.af());
   Prefs& prefs = route_[f][prefix];
   const L3::VrfName to = leakTo(f, prefix, prefs);
-  prefs[pref] = spec;
+  // A fresh copy: assigned over the old one, the vias would keep its buffer.
+  prefs.insert_or_assign(pref, PrefSpec(spec));
   fileRoute(f, Routing::RouteKey(prefix, pref), spec, to);
   if (const auto it = published_.find(f); it != published_.end()) write(it->second, prefix, prefs);
 }

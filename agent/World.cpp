@@ -34,16 +34,17 @@ void World::start() {
       [this](Protocol::ContainerSm& c, bool multicast) { containerBuilt(c, multicast); });
   builder_->containerDroppingIs(
       [this](Protocol::ContainerSm& c, bool multicast) { containerDropping(c, multicast); });
+  builder_->tablesCleanedIs([this](const L3::VrfName&, Vrf::VrfIdMap::VrfId vrfId,
+                                   Pando::AddressFamily af,
+                                   bool multicast) { tablesCleaned(vrfId, af, multicast); });
   leak_ = Kel::makePtr<LeakSide>(
       Kel::Ptr<const Vrf::VrfIdMap::NameToIdMap>(&platform_.nameToIdMap()), protocol_);
   Kel::ActivityManager::instance().runUntilQuiet();
 }
 
 void World::stop() {
-  stopping_ = true;
   leak_ = nullptr;
   builder_ = nullptr;
-  stopping_ = false;
 }
 
 void World::restart() {
@@ -81,11 +82,15 @@ void World::containerDropping(Protocol::ContainerSm& c, bool multicast) {
   }
   if (multicast) return;
   protocol_.statusDel(c.containerKey().vrfName(), c.containerKey().af());
-  if (stopping_ || !builder_) return;
+}
+
+void World::tablesCleaned(Vrf::VrfIdMap::VrfId vrfId, Pando::AddressFamily af, bool multicast) {
+  if (multicast || !builder_) return;
   // A table that one protocol writes for all VRFs stays while another uses it.
-  const Kel::String path = ribPath(c);
+  const Kel::String path = builder_->rootSm()->ribMount(
+      vrfId, Rib::ribString, af == Pando::AddressFamily::ipv4 ? "ipv4" : "ipv6");
   for (const auto& [key, other] : builder_->containers()) {
-    if (!key.multicast && other.sm.ptr() != &c && ribPath(*other.sm) == path) return;
+    if (!key.multicast && ribPath(*other.sm) == path) return;
   }
   ribMount_.erase(std::string(path.view()));
 }

@@ -104,6 +104,9 @@ class World {
  private:
   void containerBuilt(Routing::Protocol::ContainerSm& c, bool multicast);
   void containerDropping(Routing::Protocol::ContainerSm& c, bool multicast);
+  // The RIB maps a route table from its first container until the agent
+  // cleans it up: across a restart it keeps the previous run's routes.
+  void tablesCleaned(Vrf::VrfIdMap::VrfId vrfId, Pando::AddressFamily af, bool multicast);
   Kel::String ribPath(const Routing::Protocol::ContainerSm& c) const;
 
   Setup setup_;
@@ -112,7 +115,6 @@ class World {
   ProtocolSide protocol_;
   Kel::Ptr<Routing::Protocol::AgentBuilder> builder_;
   Kel::Ptr<LeakSide> leak_;
-  bool stopping_ = false;
   // The RIB's mappings of the route tables, by path.
   std::map<std::string, Kel::Ptr<KelBrisk::Mount>> ribMount_;
   uint64_t droppedEvaluations_ = 0;

@@ -118,11 +118,15 @@ TEST(RootSmIntegrationTest, StartRunAndStop) {
     const Kel::Ptr<Rib::RouteConfig> blueRib = w.root().vrfRibConfig(2, "rib", "ipv4");
     ASSERT_TRUE(blueRib);
     blueRib->routeAdd(Rib::Route(Rib::RouteKey(2, IpGenPrefix("192.0.2.0/24"))));
+    // Weighing blue's IPv6 mounted its tables though it has no container.
+    ASSERT_TRUE(w.root().vrfRibConfig(2, "rib", "ipv6"));
     w.vrfDel("blue");
     EXPECT_EQ(w.container("blue", AddressFamily::ipv4), nullptr);
     EXPECT_FALSE(w.root().routeStatusDir()->status(RouteStatusKey(2, AddressFamily::ipv4)));
     EXPECT_FALSE(w.root().vrfRibConfig(2, "rib", "ipv4"));
     EXPECT_EQ(blueRib->routeSize(), 0u);
+    EXPECT_FALSE(w.root().vrfRibConfig(2, "rib", "ipv6"));
+    EXPECT_FALSE(w.root().vrfViaConfig(2, "rib", Rib::Transport::ipv6));
     EXPECT_FALSE(w.readyStatus("blue"));
 
     // Renumbering red moves its tables and rebuilds its containers on the new id.

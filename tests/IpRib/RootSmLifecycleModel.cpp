@@ -170,6 +170,7 @@ void LifecycleModel::start(const Names& order) {
   refreshDefaultVrfMetrics();
   initialized_ = true;
   handleVrfNameToIdMap(order);
+  if (nameMap_) weighed_ = *nameMap_;
 }
 
 void LifecycleModel::restart(bool gracefulRestart, bool keepRecords) {
@@ -180,6 +181,7 @@ void LifecycleModel::restart(bool gracefulRestart, bool keepRecords) {
     }
   }
   mounted_.clear();
+  weighed_.clear();
   for (std::set<std::string>& set : ready_) set.clear();
   for (bool& present : defaultVrfMetric_) present = false;
   initialized_ = false;
@@ -355,6 +357,21 @@ void LifecycleModel::handleVrfNameToId(const std::string& name) {
     doDropContainer(family, name);
     handleReadyVrf(family, name);
   }
+  // The tables the root mounted weighing the name under its old id go back,
+  // unless another name holds that id now.
+  const auto weighed = weighed_.find(name);
+  const Id prior = weighed == weighed_.end() ? invalidId : weighed->second;
+  if (id != invalidId) {
+    weighed_[name] = id;
+  } else if (weighed != weighed_.end()) {
+    weighed_.erase(weighed);
+  }
+  if (prior == invalidId || prior == id) return;
+  for (const auto& [other, otherId] : *nameMap_) {
+    if (otherId == prior) return;
+  }
+  mounted_.erase(Mount(prior, false, 0));
+  mounted_.erase(Mount(prior, false, 1));
 }
 
 }  // namespace Routing::Protocol::Test

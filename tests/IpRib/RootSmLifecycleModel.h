@@ -188,6 +188,7 @@ class LifecycleModel {
   // AgentBuilder.
   std::map<ContainerKey, Container> containers_;
   bool builderFollowsMap_ = true;
+  NameMap weighed_;  // the id each name was last weighed under
   uint64_t rebuilds_ = 0;
   uint64_t builds_ = 0;
 };

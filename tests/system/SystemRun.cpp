@@ -353,6 +353,7 @@ void SystemRun::undeclare(const std::string& name) {
   tablesIs(name, id, false);
   intfIs(name, 0, false);
   intfIs(name, 1, false);
+  std::erase_if(metrics_, [&](const auto& e) { return std::get<0>(e.first) == name; });
   bare_.erase(name);
   model_.vrfEntryDel(id);
   model_.nameDel(name);
@@ -445,11 +446,7 @@ std::vector<std::string> SystemRun::freshStartScript() const {
     out.push_back("interface " + name + " " + intf + " " + afText[af] + " routing " +
                   (routing ? "on" : "off"));
   }
-  // The platform keeps the metrics of a VRF it no longer has; a script
-  // gives them for declared VRFs only.
-  for (const auto& [key, line] : metrics_) {
-    if (bare_.count(std::get<0>(key)) != 0) out.push_back(line);
-  }
+  for (const auto& [key, line] : metrics_) out.push_back(line);
   for (const auto& [nh, line] : bfd_) out.push_back(line);
   for (const auto& [key, prefs] : routes_) {
     for (const auto& [pref, line] : prefs) out.push_back(line);

@@ -5,8 +5,9 @@
 // removed, RIB sequence triggers, restarts under graceful restart), then
 // holds the churned system against a fresh start given the same inputs:
 // the same containers, RIB routes, via sets, via-to-route index entries,
-// BFD entries, leak muxes, lists and routes, live reactors, and the agent's
-// own records (RIB mappings, vias, via keys); memory within 1%, the
+// BFD entries, leak muxes, lists and routes, live reactors, VRF tables
+// mounted, and the agent's own records (RIB mappings, vias, via keys);
+// memory within 1%, the
 // library's (what dropping it frees) and the whole world's.
 //
 //   soak [--seed N] [--events N] [--vrfs N] [--prefixes N] [--restarts-per-million N]
@@ -16,10 +17,6 @@
 // heap accounting on: every allocation is recorded so that the two worlds'
 // memory can be told apart). Exit status 1 when a count differs, memory is
 // off by more than 1% (unless --memory-check 0), or a line is refused.
-// The root keeps the tables of VRF ids it weighed for readiness mounted
-// until their container goes, which a fresh start has not seen: their count
-// is printed beside the memory.
-//
 // It lives in tools/ and is built with every tree (not with the benchmarks
 // in bench/), since its short run is part of `make test`, sanitizers too.
 #include <unistd.h>
@@ -48,16 +45,10 @@ using Routing::Protocol::Test::SystemRun;
 // objects, then the agent's own records.
 struct Counts {
   uint64_t containers = 0, ribRoutes = 0, viaSets = 0, indexEntries = 0, bfdEntries = 0,
-           leakMuxes = 0, leakLists = 0, leakedRoutes = 0, reactors = 0;
+           leakMuxes = 0, leakLists = 0, leakedRoutes = 0, reactors = 0, vrfTables = 0;
   uint64_t ribMounts = 0, vias = 0, viaKeys = 0;
   friend bool operator==(const Counts&, const Counts&) = default;
 };
-
-// The root mounts a VRF's tables each time it weighs the VRF's readiness and
-// unmounts them only with the VRF's container: the tables of a VRF id that
-// was weighed and never got (or outlived) its container stay mounted. Told
-// apart from the counts above, which must match.
-uint64_t mountedVrfTables(IpRibAgent::World& world) { return world.rootSm()->mountedVrfTables(); }
 
 Counts countsOf(IpRibAgent::World& world) {
   Counts c;
@@ -71,6 +62,7 @@ Counts countsOf(IpRibAgent::World& world) {
   for (const auto& set : leak.demuxSmSetDir()->lrlpSet()) c.leakLists += set->leakRouteLists();
   c.leakedRoutes = world.leak()->leakedRoutes();
   c.reactors = Kel::Pool::liveBlocks(Kel::Pool::Arena::reactors);
+  c.vrfTables = world.rootSm()->mountedVrfTables();
   c.ribMounts = world.ribMounts();
   c.vias = world.platform().vias();
   c.viaKeys = world.protocol().viaKeys();
@@ -97,9 +89,10 @@ void print(const char* what, const Counts& c, const Memory& m) {
   std::printf("%-12s containers %" PRIu64 ", RIB routes %" PRIu64 ", via sets %" PRIu64
               ", index entries %" PRIu64 ", BFD entries %" PRIu64 ", leak muxes %" PRIu64
               ", leak lists %" PRIu64 ", leaked routes %" PRIu64 ", pooled reactors %" PRIu64
-              "; agent: RIB mounts %" PRIu64 ", vias %" PRIu64 ", via keys %" PRIu64 "\n",
+              ", VRF tables %" PRIu64 "; agent: RIB mounts %" PRIu64 ", vias %" PRIu64
+              ", via keys %" PRIu64 "\n",
               what, c.containers, c.ribRoutes, c.viaSets, c.indexEntries, c.bfdEntries, c.leakMuxes,
-              c.leakLists, c.leakedRoutes, c.reactors, c.ribMounts, c.vias, c.viaKeys);
+              c.leakLists, c.leakedRoutes, c.reactors, c.vrfTables, c.ribMounts, c.vias, c.viaKeys);
   std::printf("%-12s memory: library %" PRId64 " B requested, %" PRId64
               " B reserved; whole world %" PRId64 " B requested, %" PRId64 " B reserved\n",
               what, m.library.requested, m.library.reserved, m.world.requested, m.world.reserved);
@@ -132,7 +125,6 @@ int main(int argc, char** argv) {
   Bench::Counting counting;
   Counts churned;
   Memory churnedMemory;
-  uint64_t churnedTables = 0;
   std::vector<std::string> fresh;
   {
     auto run = std::make_unique<SystemRun>(config);
@@ -170,7 +162,6 @@ int main(int argc, char** argv) {
     fresh.insert(fresh.end(), closing.begin(), closing.end());
     run->runLines(closing);
     churned = countsOf(run->world());
-    churnedTables = mountedVrfTables(run->world());
     churnedMemory = memoryOf(run->world(), [&] { run->worldDel(); });
   }
   std::ostringstream sink;
@@ -182,13 +173,9 @@ int main(int argc, char** argv) {
     }
   }
   const Counts started = countsOf(interpreter.world());
-  const uint64_t startedTables = mountedVrfTables(interpreter.world());
   const Memory startedMemory = memoryOf(interpreter.world(), [&] { interpreter.worldDel(); });
   print("after churn", churned, churnedMemory);
   print("fresh start", started, startedMemory);
-  std::printf("VRF tables the root holds mounted: after churn %" PRIu64 ", fresh start %" PRIu64
-              "\n",
-              churnedTables, startedTables);
   const double library = percent(churnedMemory.library.reserved, startedMemory.library.reserved);
   const double whole = percent(churnedMemory.world.reserved, startedMemory.world.reserved);
   std::printf("memory after churn vs fresh start (reserved): library %+" PRId64
