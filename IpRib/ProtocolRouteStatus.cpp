@@ -305,16 +305,24 @@ void Route::routePrefDelAll() {
 
 // --------------------------------------------------------------------- Status
 
+Status::~Status() {
+  for (const RouteRef& r : route_) r->delRef();
+}
+
 Kel::Ptr<Route> Status::route(const Pando::IpGenPrefix& p) const {
   if (lastFiled_ != nullptr && lastFiled_->prefix() == p) return Kel::Ptr<Route>(lastFiled_);
-  const auto* e = route_.find(p);
-  return e ? *e : nullptr;
+  const RouteRef* e = route_.find(p);
+  return e ? *e : Kel::Ptr<Route>();
 }
 
 Kel::Ptr<Route> Status::routeIs(const Pando::IpGenPrefix& p) {
   // Made only when absent: a route's objects are carved together, and one made and
   // dropped here would leave a hole among them.
-  const auto [entry, inserted] = route_.insertWith(p, [&p] { return Kel::makePtr<Route>(p); });
+  const auto [entry, inserted] = route_.insertWith(p, [&p] {
+    Route* made = new Route(p);
+    made->newRef();  // the table's
+    return RouteRef::of(made);
+  });
   Kel::Ptr<Route> route = *entry;
   if (!inserted) return route;
   route->filed_ = true;  // nobody watches it yet
@@ -323,18 +331,26 @@ Kel::Ptr<Route> Status::routeIs(const Pando::IpGenPrefix& p) {
   return route;
 }
 
+// Takes the table's reference over.
+static Kel::Ptr<Route> released(const RouteRef& r) {
+  Kel::Ptr<Route> route = r;
+  route->delRef();
+  return route;
+}
+
 void Status::routeDel(const Pando::IpGenPrefix& p) {
-  std::optional<Kel::Ptr<Route>> gone = route_.extract(p);
+  const std::optional<RouteRef> gone = route_.extract(p);
   if (!gone) return;
-  if (lastFiled_ == gone->ptr()) lastFiled_ = nullptr;
-  (*gone)->filedIs(false);
-  gone.reset();
+  Kel::Ptr<Route> route = released(*gone);
+  if (lastFiled_ == route.ptr()) lastFiled_ = nullptr;
+  route->filedIs(false);
+  route = Kel::Ptr<Route>();
   notifyKey(&Notifiee::onRoute, p);
 }
 
 void Status::routeDelAll() {
   while (!route_.empty()) {
-    Kel::Ptr<Route> route = route_.popFront();
+    Kel::Ptr<Route> route = released(route_.popFront());
     if (lastFiled_ == route.ptr()) lastFiled_ = nullptr;
     route->filedIs(false);
     notifyKey(&Notifiee::onRoute, route->prefix());
