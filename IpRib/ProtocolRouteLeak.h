@@ -35,7 +35,7 @@
 #include "Kel/Collections.h"
 #include "Kel/DenseHashTable.h"
 #include "Kel/Entity.h"
-#include "Kel/SlabRef.h"
+#include "Kel/Slab.h"
 #include "Kel/Strep.h"
 #include "platform/Pando/AddressFamily.h"
 #include "platform/Routing/Route/Route.h"
@@ -104,30 +104,55 @@ std::ostream& operator<<(std::ostream& os, const VrfPairAf& v);
 // ------------------------------------------------------------------- entities
 
 // One route of a source VRF that is to be leaked: the source route itself,
-// shared, not copied. Its key is its route's key. LeakRoutes sit in a slab
-// of their own (Kel/SlabRef.h), so that the large tables that refer to them
-// keep 32-bit handles (LeakRouteRef) instead of pointers.
-class LeakRoute final : public Kel::Entity, public Kel::InSlab<LeakRoute> {
+// shared, not copied. Its key is its route's key. LeakRoutes sit in one slab
+// (Kel/Slab.h), so that the large tables that refer to them keep 32-bit
+// handles (LeakRouteRef) instead of pointers.
+class LeakRoute final : public Kel::Entity {
  public:
-  using InSlab<LeakRoute>::operator new;
-  using InSlab<LeakRoute>::operator delete;
   LeakRoute(const VrfIdAf& vrfAf, Kel::Ptr<const Routing::Route> route)
       : vrfAf_(vrfAf), route_(std::move(route)) {}
+  static void* operator new(std::size_t size) {
+    KEL_ASSERT(size == slab().blockSize());
+    return slab().allocate();
+  }
+  static void operator delete(void* p) { Kel::Slab::deallocate(p); }
   const char* typeName() const override { return "Routing::Protocol::LeakRoute"; }
 
   const VrfIdAf& vrfAf() const { return vrfAf_; }
   const Kel::Ptr<const Routing::Route>& route() const { return route_; }
   const Routing::RouteKey& key() const { return route_->key(); }
 
+  uint32_t handle() const { return slab().handleOf(this); }
+  static LeakRoute* of(uint32_t handle) { return static_cast<LeakRoute*>(slab().block(handle)); }
+
  private:
+  // Never destroyed (LeakRoutes may outlive every other static), and made
+  // in place, not on the heap.
+  static Kel::Slab& slab() {
+    alignas(Kel::Slab) static unsigned char place[sizeof(Kel::Slab)];
+    static Kel::Slab* const s = new (place) Kel::Slab(sizeof(LeakRoute));
+    return *s;
+  }
+
   VrfIdAf vrfAf_;
   Kel::Ptr<const Routing::Route> route_;
 };
 
 Kel::Ptr<LeakRoute> leakRouteFactory(const VrfIdAf& vrfAf, Kel::Ptr<const Routing::Route> route);
 
-// A LeakRoute by its handle: half a pointer in a table's slot.
-using LeakRouteRef = Kel::SlabRef<LeakRoute, const LeakRoute>;
+// A LeakRoute by its handle: half a pointer in a table's slot. It counts
+// nothing itself: the table that keeps one holds a reference for it
+// (newRef when filed, delRef when dropped).
+struct LeakRouteRef {
+  uint32_t handle = Kel::Slab::nullHandle;
+
+  static LeakRouteRef of(const LeakRoute* r) { return LeakRouteRef{r->handle()}; }
+  LeakRoute* get() const { return LeakRoute::of(handle); }
+  LeakRoute* operator->() const { return get(); }
+  // Iterating a table gives counted references, as a table of Ptrs would.
+  operator Kel::Ptr<const LeakRoute>() const { return Kel::Ptr<const LeakRoute>(get()); }
+  bool operator==(const LeakRouteRef&) const = default;
+};
 
 namespace detail {
 

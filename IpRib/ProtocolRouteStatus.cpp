@@ -305,24 +305,16 @@ void Route::routePrefDelAll() {
 
 // --------------------------------------------------------------------- Status
 
-Status::~Status() {
-  for (const RouteRef& r : route_) r->delRef();
-}
-
 Kel::Ptr<Route> Status::route(const Pando::IpGenPrefix& p) const {
   if (lastFiled_ != nullptr && lastFiled_->prefix() == p) return Kel::Ptr<Route>(lastFiled_);
-  const RouteRef* e = route_.find(p);
-  return e ? *e : Kel::Ptr<Route>();
+  const auto* e = route_.find(p);
+  return e ? *e : nullptr;
 }
 
 Kel::Ptr<Route> Status::routeIs(const Pando::IpGenPrefix& p) {
   // Made only when absent: a route's objects are carved together, and one made and
   // dropped here would leave a hole among them.
-  const auto [entry, inserted] = route_.insertWith(p, [&p] {
-    Route* made = new Route(p);
-    made->newRef();  // the table's
-    return RouteRef::of(made);
-  });
+  const auto [entry, inserted] = route_.insertWith(p, [&p] { return Kel::makePtr<Route>(p); });
   Kel::Ptr<Route> route = *entry;
   if (!inserted) return route;
   route->filed_ = true;  // nobody watches it yet
@@ -331,26 +323,18 @@ Kel::Ptr<Route> Status::routeIs(const Pando::IpGenPrefix& p) {
   return route;
 }
 
-// Takes the table's reference over.
-static Kel::Ptr<Route> released(const RouteRef& r) {
-  Kel::Ptr<Route> route = r;
-  route->delRef();
-  return route;
-}
-
 void Status::routeDel(const Pando::IpGenPrefix& p) {
-  const std::optional<RouteRef> gone = route_.extract(p);
+  std::optional<Kel::Ptr<Route>> gone = route_.extract(p);
   if (!gone) return;
-  Kel::Ptr<Route> route = released(*gone);
-  if (lastFiled_ == route.ptr()) lastFiled_ = nullptr;
-  route->filedIs(false);
-  route = Kel::Ptr<Route>();
+  if (lastFiled_ == gone->ptr()) lastFiled_ = nullptr;
+  (*gone)->filedIs(false);
+  gone.reset();
   notifyKey(&Notifiee::onRoute, p);
 }
 
 void Status::routeDelAll() {
   while (!route_.empty()) {
-    Kel::Ptr<Route> route = released(route_.popFront());
+    Kel::Ptr<Route> route = route_.popFront();
     if (lastFiled_ == route.ptr()) lastFiled_ = nullptr;
     route->filedIs(false);
     notifyKey(&Notifiee::onRoute, route->prefix());

@@ -23,7 +23,6 @@
 #include "Kel/Entity.h"
 #include "Kel/Enum.h"
 #include "Kel/Prefetch.h"
-#include "Kel/SlabRef.h"
 #include "platform/Pando/IpGenPrefix.h"
 #include "platform/Routing/Rib/DedupViaKey.h"
 #include "platform/Routing/Rib/ViaKey.h"
@@ -265,12 +264,9 @@ class RoutePref final : public Kel::Entity {
   std::unique_ptr<Extras> extras_;
 };
 
-// One prefix. Routes sit in a slab of their own, so that a status's table
-// of a million keeps 32-bit handles (RouteRef).
-class Route final : public Kel::Entity, public Kel::InSlab<Route> {
+// One prefix.
+class Route final : public Kel::Entity {
  public:
-  using InSlab<Route>::operator new;
-  using InSlab<Route>::operator delete;
   using RoutePrefMap = Kel::OrderedPtrMap<RoutePreference, RoutePref, &RoutePref::preference>;
   class Notifiee : public Kel::NotifieeOf<Route> {
    public:
@@ -313,29 +309,16 @@ class Route final : public Kel::Entity, public Kel::InSlab<Route> {
   double routeChangedAt_ = 0;
 };
 
-// A status's route by its handle: iterating a status's routes gives Ptr<Route>.
-using RouteRef = Kel::SlabRef<Route>;
-
 // One protocol's routes in one VRF and address family.
 class Status final : public Kel::Entity {
-  struct RouteTraits {
-    using Entry = RouteRef;
-    using Key = Pando::IpGenPrefix;
-    static const Pando::IpGenPrefix& key(const RouteRef& r) { return r->prefix(); }
-    static uint32_t hash(const Pando::IpGenPrefix& k) { return k.hash(Kel::collectionHashSeed); }
-    static constexpr RouteRef vacant{};
-  };
-
  public:
-  // In hash order, as a table of Ptrs would be; slots of 8 bytes.
-  using RouteMap = Kel::HashTable<RouteTraits>;
+  using RouteMap = Kel::HashedPtrMap<Pando::IpGenPrefix, Route, &Route::prefix>;
   class Notifiee : public Kel::NotifieeOf<Status> {
    public:
     virtual void onRoute(const Pando::IpGenPrefix&) {}
     virtual void onInitialized() {}
   };
   explicit Status(const RouteStatusKey& key) : key_(key) {}
-  ~Status() override;
   const char* typeName() const override { return "Routing::Protocol::Status"; }
 
   const RouteStatusKey& key() const { return key_; }

@@ -307,7 +307,7 @@ RouteStatusSm::RouteStatusSm(
       kelBfdRoute_(this) {
   KEL_ASSERT(status_ && ribConfig_ && viaSetConfig_);
   kelStatus_.reactorIs(Kel::makePtr<KelStatus>(this, status_.ptr()));
-  for (const RouteRef& route : status_->route()) routeIs(route);
+  for (const Kel::Ptr<Route>& route : status_->route()) routeIs(route);
   if (ipViaMetricStatus_) {
     kelIpViaMetricStatus_.reactorIs(
         Kel::makePtr<KelViaMetricStatus>(this, ipViaMetricStatus_.ptr()));
@@ -858,7 +858,7 @@ void RouteStatusSm::doReview() {
   const auto pushAhead = [&] {
     if (next == routes.end()) return;
     ahead.push({next.hash(), next.place(), 0}, [&](Upcoming& u, int step) {
-      const RouteRef* route = routes.probable(u.hash, u.place);
+      const Kel::Ptr<Route>* route = routes.probable(u.hash, u.place);
       if (route == nullptr) return;
       prefetchRouteStep(**route, step);
       if (step == 1) u.ribHash = ribConfig_->routeHashOf(Rib::RouteKey(vrfId_, (*route)->prefix()));

@@ -314,8 +314,8 @@ class ViaMetricStatusSm::KelRoute::KelRoutePref::KelDedupViaKeyByViaType final
 ViaMetricStatusSm::KelRouteStatus::KelRouteStatus(ViaMetricStatusSm* sm, Status* status)
     : sm_(sm), route_(this) {
   notifierIs(status);
-  for (const RouteRef& route : status->route()) {
-    route_.insert(Kel::makePtr<KelRoute>(this, route.get()));
+  for (const Kel::Ptr<Route>& route : status->route()) {
+    route_.insert(Kel::makePtr<KelRoute>(this, route.ptr()));
   }
 }
 
@@ -615,7 +615,7 @@ ViaMetricStatusSm::RouteSet::const_iterator ViaMetricStatusSm::visitAhead(
       const Status::RouteMap& map = u.status->route();
       if (stage == 0) {
         map.prefetch(u.hash);
-      } else if (const RouteRef* route = map.probable(u.hash)) {
+      } else if (const Kel::Ptr<Route>* route = map.probable(u.hash)) {
         if (stage - 1 < routePrefetchSteps) prefetchRouteStep(**route, stage - 1);
         if (stage >= 2) (*route)->readAheadReactors(stage - 2);
       }

@@ -54,11 +54,8 @@ class Slab {
     return r->index << blockBits |
            uint32_t((static_cast<const char*>(p) - r->blocks()) / blockSize_);
   }
-  // Every region's blocks start past a header of the same size: the region's
-  // own header is not read.
   void* block(uint32_t h) const {
-    return reinterpret_cast<char*>(regions_[h >> blockBits]) + headerBytes_ +
-           std::size_t(h & blockMask) * blockSize_;
+    return regions_[h >> blockBits]->blocks() + std::size_t(h & blockMask) * blockSize_;
   }
 
   // The user's mark of a live block; a new block has none.

@@ -112,7 +112,7 @@ struct World : Bench::RouteStatusWorld {
     }
   }
   void markReady() {
-    for (const Protocol::RouteRef& route : status->route()) route->routeChangedAtIs(1);
+    for (const Ptr<Protocol::Route>& route : status->route()) route->routeChangedAtIs(1);
   }
 
   // The first review, as the agent runs it once the protocol is done.

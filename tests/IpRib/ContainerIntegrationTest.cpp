@@ -53,7 +53,7 @@ class ContainerIntegrationTest : public ::testing::TestWithParam<Pando::AddressF
   // The prefixes whose preferences list via i, from the protocol's status.
   std::set<std::string> usersOf(uint32_t i) const {
     std::set<std::string> out;
-    for (const RouteRef& route : c.container->status()->route()) {
+    for (const Kel::Ptr<Route>& route : c.container->status()->route()) {
       for (const Kel::Ptr<RoutePref>& pref : route->routePref()) {
         for (const Kel::Ptr<DedupViaKeyByViaType>& byType : pref->dedupViaKeyByViaType()) {
           if (byType->dedupViaKey(c.w.via(i))) out.insert(Pando::valueToStrep(route->prefix()));

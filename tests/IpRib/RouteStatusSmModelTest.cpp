@@ -850,7 +850,7 @@ class RandomRun {
     const SelectionInputs in = inputs();
     BfdRequests wanted;
     std::map<BfdStatusKey, Pando::IntfId> viaIntf;  // one via per next hop here
-    for (const RouteRef& route : w_.status->route()) {
+    for (const Kel::Ptr<Route>& route : w_.status->route()) {
       for (const Kel::Ptr<RoutePref>& pref : route->routePref()) {
         pref->forEachBfdTrackedVia([&](const Rib::ViaKey& via) {
           const Rib::Via& record = *viaRecordOf(in, via);

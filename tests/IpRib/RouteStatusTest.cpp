@@ -272,9 +272,9 @@ TEST_F(RouteStatusTest, ALookUpByHashAloneFindsTheRouteFiledUnderIt) {
   const Status::RouteMap& routes = status_->route();
   for (auto it = routes.begin(); it != routes.end(); ++it) {
     routes.prefetch(it.hash());
-    const RouteRef* found = routes.probable(routes.hashOf((*it)->prefix()));
+    const Kel::Ptr<Route>* found = routes.probable(routes.hashOf((*it)->prefix()));
     ASSERT_NE(found, nullptr) << (*it)->prefix();
-    EXPECT_EQ(found->get(), it->get());
+    EXPECT_EQ(found->ptr(), it->ptr());
   }
   EXPECT_EQ(routes.probable(routes.hashOf(IpGenPrefix("192.0.2.0/24"))), nullptr);
   // Given where a walk saw it, also once later routes have moved it.
@@ -284,14 +284,14 @@ TEST_F(RouteStatusTest, ALookUpByHashAloneFindsTheRouteFiledUnderIt) {
   };
   std::vector<Seen> seen;
   for (auto it = routes.begin(); it != routes.end(); ++it) {
-    seen.push_back({it->get(), it.hash(), it.place()});
+    seen.push_back({it->ptr(), it.hash(), it.place()});
   }
   for (uint32_t i = 100; i < 1000; ++i)
     status_->routeIs(IpGenPrefix::fromV4(0x0a000000u + (i << 8), 24));
   for (const Seen& s : seen) {
-    const RouteRef* found = routes.probable(s.hash, s.place);
+    const Kel::Ptr<Route>* found = routes.probable(s.hash, s.place);
     ASSERT_NE(found, nullptr) << s.route->prefix();
-    EXPECT_EQ(found->get(), s.route);
+    EXPECT_EQ(found->ptr(), s.route);
   }
 }
 

@@ -54,7 +54,7 @@ using RouteId = std::pair<VrfId, IpGenPrefix>;
 Index indexFromStore(const RouteStatusDir& dir) {
   Index index;
   for (const Kel::Ptr<Status>& status : dir.status()) {
-    for (const RouteRef& route : status->route()) {
+    for (const Kel::Ptr<Route>& route : status->route()) {
       for (const Kel::Ptr<RoutePref>& pref : route->routePref()) {
         for (const Kel::Ptr<DedupViaKeyByViaType>& byType : pref->dedupViaKeyByViaType()) {
           for (const Kel::Ptr<DedupViaKeyMetric>& v : byType->dedupViaKey()) {
@@ -81,7 +81,7 @@ Index indexOf(const ViaMetricStatusSm& sm) {
 std::set<RouteId> stampedAt(const RouteStatusDir& dir, double t) {
   std::set<RouteId> out;
   for (const Kel::Ptr<Status>& status : dir.status()) {
-    for (const RouteRef& route : status->route()) {
+    for (const Kel::Ptr<Route>& route : status->route()) {
       if (route->routeChangedAt() == t) out.emplace(status->key().vrfId(), route->prefix());
     }
   }
@@ -530,7 +530,7 @@ const std::vector<IpGenPrefix>& prefixes(AddressFamily af) {
 
 Kel::Ptr<Status> deepCopy(const Status& s) {
   Kel::Ptr<Status> copy = statusFactory(s.key());
-  for (const RouteRef& route : s.route()) {
+  for (const Kel::Ptr<Route>& route : s.route()) {
     Kel::Ptr<Route> r = copy->routeIs(route->prefix());
     for (const Kel::Ptr<RoutePref>& pref : route->routePref()) {
       Kel::Ptr<RoutePref> p = r->routePrefIs(pref->preference());
