@@ -154,6 +154,16 @@ RoutePref::Extras& RoutePref::extras() {
   return *extras_;
 }
 
+const Kel::Ptr<const Rib::DedupViaSetKey>& RoutePref::dedupViaSetKey() const {
+  static const Kel::Ptr<const Rib::DedupViaSetKey> none;
+  return extras_ ? extras_->dedupViaSetKey : none;
+}
+
+void RoutePref::dedupViaSetKeyIs(Kel::Ptr<const Rib::DedupViaSetKey> v) {
+  if (!extras_ && !v) return;  // unchanged: no key
+  attributeIs(extras().dedupViaSetKey, std::move(v), &Notifiee::onDedupViaSetKey);
+}
+
 Kel::Ptr<DedupViaKeyByViaType> RoutePref::dedupViaKeyByViaType(const ViaType& t) const {
   const auto* e = dedupViaKeyByViaType_.find(t);
   return e ? *e : nullptr;

@@ -193,7 +193,7 @@ class RoutePref final : public Kel::Entity {
   bool installInFib() const { return installInFib_; }
   Fib::RouteType fibRouteType() const { return fibRouteType_; }
   uint32_t tag() const { return tag_; }
-  const Kel::Ptr<const Rib::DedupViaSetKey>& dedupViaSetKey() const { return dedupViaSetKey_; }
+  const Kel::Ptr<const Rib::DedupViaSetKey>& dedupViaSetKey() const;
 
   void fecTypeIs(uint8_t v) { attributeIs(fecType_, v, &Notifiee::onFecType); }
   void installInFibIs(bool v) { attributeIs(installInFib_, v, &Notifiee::onInstallInFib); }
@@ -201,9 +201,7 @@ class RoutePref final : public Kel::Entity {
     attributeIs(fibRouteType_, v, &Notifiee::onFibRouteType);
   }
   void tagIs(uint32_t v) { attributeIs(tag_, v, &Notifiee::onTag); }
-  void dedupViaSetKeyIs(Kel::Ptr<const Rib::DedupViaSetKey> v) {
-    attributeIs(dedupViaSetKey_, std::move(v), &Notifiee::onDedupViaSetKey);
-  }
+  void dedupViaSetKeyIs(Kel::Ptr<const Rib::DedupViaSetKey> v);
 
   // Via types, most preferred first.
   const ByViaTypeMap& dedupViaKeyByViaType() const { return dedupViaKeyByViaType_; }
@@ -248,8 +246,10 @@ class RoutePref final : public Kel::Entity {
     static const Rib::ViaKey& key(const VtepEntry& e) { return e.via; }
     static uint32_t hash(const Rib::ViaKey& k) { return k.hash(Kel::collectionHashSeed); }
   };
-  // EVPN and BFD data are rare: kept out of line so a plain preference stays small.
+  // EVPN and BFD data and a via set key are rare: kept out of line so a
+  // plain preference stays small.
   struct Extras {
+    Kel::Ptr<const Rib::DedupViaSetKey> dedupViaSetKey;
     Kel::HashTable<VtepTraits> dedupEvpnVtepIpViaKey;
     Kel::HashedSet<Rib::ViaKey> bfdTrackedViaColl;
   };
@@ -261,7 +261,6 @@ class RoutePref final : public Kel::Entity {
   Fib::RouteType fibRouteType_{};
   uint32_t tag_ = 0;
   ByViaTypeMap dedupViaKeyByViaType_;
-  Kel::Ptr<const Rib::DedupViaSetKey> dedupViaSetKey_;
   std::unique_ptr<Extras> extras_;
 };
 

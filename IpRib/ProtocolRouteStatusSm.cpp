@@ -447,11 +447,12 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
       uint32_t addedOfType = 0;
       for (const Kel::Ptr<DedupViaKeyMetric>& entry : byType->dedupViaKey()) {
         const Rib::ViaKey& via = entry->viaKey();
+        const uint32_t viaHash = via.tableHash();
         RSM_TRACE(9, " " << via << " via metric: " << entry->metric());
         Kel::Ptr<const Rib::DedupViaKey> vtep = routePref->dedupEvpnVtepIpViaKey(via);
         const Rib::ViaKey vtepVia = vtep ? vtep->key() : Rib::ViaKey();
 
-        const ViaCheck check = checkVia(prefix, via, vtepVia, pref, &metricTables);
+        const ViaCheck check = checkVia(prefix, via, viaHash, vtepVia, pref, &metricTables);
         if (check != ViaCheck::valid) {
           RSM_DUALLOG(9,
                       " (" << prefix << "), Preference: " << unsigned(pref) << ", Via " << via
@@ -468,7 +469,7 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
           continue;
         }
         if (nhdGraph_ && nhdGraph_->loopingRoute(prefix, Rib::MetricPref(pref, entry->metric()),
-                                                 vrfId_, via, 0, 0, rib_)) {
+                                                 vrfId_, via, 0, 0, rib_, viaHash)) {
           RSM_DUALLOG(9,
                       " (" << prefix << "), Preference: " << unsigned(pref) << ", Via " << via
                            << " is looping",
@@ -477,7 +478,7 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
           if (observer) observer->via(via, entry->metric(), ViaVerdict::looping);
           continue;
         }
-        const Rib::Via* record = viaRecord(via);
+        const Rib::Via* record = viaRecord(via, viaHash);
         const bool viaLabelled = record != nullptr && record->isLabelled();
         if (!labelled && viaLabelled) {
           RSM_DUALLOG(9, " Route " << prefix << " First occurrence of labeled Via " << via,
@@ -571,8 +572,9 @@ RouteStatusSm::MetricTable RouteStatusSm::metricTable(const Rib::ViaKey& via) co
 }
 
 RouteStatusSm::ViaCheck RouteStatusSm::checkVia(const Pando::IpGenPrefix& prefix,
-                                                const Rib::ViaKey& via, const Rib::ViaKey& vtepVia,
-                                                RoutePreference pref, MetricTableMemo* memo) const {
+                                                const Rib::ViaKey& via, uint32_t viaHash,
+                                                const Rib::ViaKey& vtepVia, RoutePreference pref,
+                                                MetricTableMemo* memo) const {
   RSM_TRACE(9, " validVia " << prefix << " and " << via << " evpn " << vtepVia << " pref "
                             << unsigned(pref));
   if (via.kind() == Rib::ViaKey::kindEvpn) return checkEvpnVia(prefix, via, vtepVia);
@@ -607,7 +609,7 @@ RouteStatusSm::ViaCheck RouteStatusSm::checkVia(const Pando::IpGenPrefix& prefix
     return ViaCheck::unresolved;
   }
   const Rib::ViaMetricStatus* metrics = tree.table;
-  const Rib::ViaMetric* metric = metrics ? metrics->viaMetric(via) : nullptr;
+  const Rib::ViaMetric* metric = metrics ? metrics->viaMetric(via, viaHash) : nullptr;
   if (metric == nullptr) {
     RSM_TRACE(9, " no vms");
     return ViaCheck::unresolved;
@@ -623,7 +625,7 @@ RouteStatusSm::ViaCheck RouteStatusSm::checkVia(const Pando::IpGenPrefix& prefix
 
 bool RouteStatusSm::validVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via,
                              const Rib::ViaKey& vtepVia, RoutePreference pref) const {
-  return checkVia(prefix, via, vtepVia, pref) == ViaCheck::valid;
+  return checkVia(prefix, via, via.tableHash(), vtepVia, pref) == ViaCheck::valid;
 }
 
 bool RouteStatusSm::staticRouteMetric() {
@@ -635,12 +637,12 @@ bool RouteStatusSm::staticRouteMetric() {
   return staticRouteMetric_;
 }
 
-const Rib::Via* RouteStatusSm::viaRecord(const Rib::ViaKey& via) const {
+const Rib::Via* RouteStatusSm::viaRecord(const Rib::ViaKey& via, uint32_t viaHash) const {
   const Pando::AddressFamily transportAf = Rib::transportAf(via.kind());
   const Kel::Ptr<const Rib::Ip::ViaConfig>& config =
       transportAf == af_ || transportAf == Pando::AddressFamily::ipunknown ? ipViaConfig_
                                                                            : auxIpViaConfig_;
-  return config ? config->via(via) : nullptr;
+  return config ? config->via(via, viaHash) : nullptr;
 }
 
 Rib::Via RouteStatusSm::getViaFromKey(const Rib::ViaKey& via) const {

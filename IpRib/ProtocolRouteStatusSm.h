@@ -199,7 +199,9 @@ class RouteStatusSm final : public Kel::NotifieeBase {
     MetricTable result;
   };
   MetricTable metricTable(const Rib::ViaKey& via) const;
-  ViaCheck checkVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via,
+  // `viaHash` is via.tableHash(): an evaluation hashes each via once for
+  // every table it looks the via up in.
+  ViaCheck checkVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via, uint32_t viaHash,
                     const Rib::ViaKey& vtepVia, RoutePreference pref,
                     MetricTableMemo* memo = nullptr) const;
   ViaCheck checkEvpnVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via,
@@ -227,7 +229,10 @@ class RouteStatusSm final : public Kel::NotifieeBase {
                 const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId, RouteMetric metric,
                 RouteEvaluationObserver* observer);
   void delRoute(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer);
-  const Rib::Via* viaRecord(const Rib::ViaKey& via) const;
+  const Rib::Via* viaRecord(const Rib::ViaKey& via) const {
+    return viaRecord(via, via.tableHash());
+  }
+  const Rib::Via* viaRecord(const Rib::ViaKey& via, uint32_t viaHash) const;
   // "StaticRouteMetric", read again only when the toggles change.
   bool staticRouteMetric();
   BfdStatusKey bfdStatusKey(const Rib::Via& via) const;

@@ -130,7 +130,7 @@ void NotifieeBase::notifierBaseIs(const Entity* e) {
 void NotifieeBase::doHandleDel() {
   handleDel();
   for (NestedReactorGroup* g = group(firstGroup_); g != nullptr; g = g->next()) {
-    g->handleOwnerDel();
+    g->ownerDel();
   }
 }
 
@@ -138,28 +138,44 @@ void NotifieeBase::hasNotificationActiveIs(bool active) {
   if (active_ == active) return;
   active_ = active;
   for (NestedReactorGroup* g = group(firstGroup_); g != nullptr; g = g->next()) {
-    g->hasNotificationActiveIs(active);
+    g->ownerActiveIs(active);
   }
 }
 
-NestedReactorGroup::NestedReactorGroup(NotifieeBase* owner)
-    : ownerDistance_(uint32_t(reinterpret_cast<char*>(this) - reinterpret_cast<char*>(owner))),
-      next_(owner->firstGroup_) {
-  const size_t place = ownerDistance_ / sizeof(void*);
+NestedReactorGroup::NestedReactorGroup(NotifieeBase* owner, uint16_t kind)
+    : next_(owner->firstGroup_), kind_(kind) {
+  const size_t distance = size_t(reinterpret_cast<char*>(this) - reinterpret_cast<char*>(owner));
+  const size_t place = distance / sizeof(void*);
   KEL_ASSERT(reinterpret_cast<char*>(this) > reinterpret_cast<char*>(owner) &&
-             ownerDistance_ % sizeof(void*) == 0 && place <= UINT16_MAX);
-  owner->firstGroup_ = uint16_t(place);
+             distance % sizeof(void*) == 0 && place <= UINT16_MAX);
+  place_ = uint16_t(place);
+  owner->firstGroup_ = place_;
 }
 
 NestedReactorGroup::~NestedReactorGroup() {
   NotifieeBase* o = owner();
-  const uint16_t place = uint16_t(ownerDistance_ / sizeof(void*));
   uint16_t* p = &o->firstGroup_;
-  while (*p != place) p = &o->group(*p)->next_;
+  while (*p != place_) p = &o->group(*p)->next_;
   *p = next_;
 }
 
+namespace {
+// By kind: one per group template instance, and never freed. A fixed table,
+// so that the first group of a kind allocates nothing.
+constexpr uint16_t maxGroupKinds = 1024;
+NestedReactorGroup::Kind groupKinds[maxGroupKinds];
+uint16_t groupKindCount = 0;
+}  // namespace
+
+uint16_t NestedReactorGroup::kindIs(const Kind& kind) {
+  KEL_ASSERT(groupKindCount < maxGroupKinds);
+  groupKinds[groupKindCount] = kind;
+  return groupKindCount++;
+}
+
+const NestedReactorGroup::Kind& NestedReactorGroup::kind(uint16_t k) { return groupKinds[k]; }
+
 static_assert(sizeof(NotifieeBase) == 3 * sizeof(void*), "a reactor's base is three words");
-static_assert(sizeof(NestedReactorGroup) == 2 * sizeof(void*), "a group is two words");
+static_assert(sizeof(NestedReactorGroup) <= sizeof(void*), "a group is one word");
 
 }  // namespace Kel

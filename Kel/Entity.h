@@ -187,30 +187,55 @@ class NotifieeOf : public NotifieeBase {
 
 // A collection of nested reactors, a member of its owner reactor, registers
 // itself with it so that hasNotificationActiveIs and handleDel reach every
-// nested reactor.
+// nested reactor. A group is one word and has no virtual table: a route's
+// reactors hold two groups, and a million routes would carry a pointer
+// each. What a kind of group does is found by its kind, a small number the
+// kind takes when its first group is made.
 class NestedReactorGroup {
  public:
-  explicit NestedReactorGroup(NotifieeBase* owner);
-  virtual ~NestedReactorGroup();
   NestedReactorGroup(const NestedReactorGroup&) = delete;
   NestedReactorGroup& operator=(const NestedReactorGroup&) = delete;
 
   bool ownerActive() const { return owner()->active_; }
-  virtual void hasNotificationActiveIs(bool active) = 0;
-  // The owner's entity is deleted: delete every nested reactor.
-  virtual void handleOwnerDel() = 0;
+  // What a kind of group does for its owner.
+  struct Kind {
+    void (*hasNotificationActiveIs)(NestedReactorGroup*, bool);
+    void (*handleOwnerDel)(NestedReactorGroup*);
+  };
+
+ protected:
+  // G, the derived group, offers hasNotificationActiveIs(bool) and
+  // handleOwnerDel() (the owner's entity is deleted: delete every nested reactor).
+  template <class G>
+  static uint16_t kindOf() {
+    static const uint16_t kind = kindIs({
+        [](NestedReactorGroup* g, bool active) {
+          static_cast<G*>(g)->hasNotificationActiveIs(active);
+        },
+        [](NestedReactorGroup* g) { static_cast<G*>(g)->handleOwnerDel(); },
+    });
+    return kind;
+  }
+  NestedReactorGroup(NotifieeBase* owner, uint16_t kind);
+  ~NestedReactorGroup();
 
  private:
   friend class NotifieeBase;
-  // A group lives inside its owner: distances instead of pointers keep the
-  // chain in the owner's spare bytes and the group at two words.
+  static uint16_t kindIs(const Kind& kind);
+  static const Kind& kind(uint16_t k);
+  void ownerActiveIs(bool active) { kind(kind_).hasNotificationActiveIs(this, active); }
+  void ownerDel() { kind(kind_).handleOwnerDel(this); }
+  // A group lives inside its owner: places (distances in words) instead of
+  // pointers keep the chain in the owner's spare bytes.
   NotifieeBase* owner() const {
     return reinterpret_cast<NotifieeBase*>(
-        reinterpret_cast<char*>(const_cast<NestedReactorGroup*>(this)) - ownerDistance_);
+        reinterpret_cast<char*>(const_cast<NestedReactorGroup*>(this)) -
+        size_t(place_) * sizeof(void*));
   }
   NestedReactorGroup* next() const { return owner()->group(next_); }
-  uint32_t ownerDistance_;  // bytes from the owner to this group
-  uint16_t next_;           // the owner's next group, by place; 0 for none
+  uint16_t place_;  // this group's place in its owner
+  uint16_t next_;   // the owner's next group, by place; 0 for none
+  uint16_t kind_;
 };
 
 }  // namespace Kel

@@ -173,8 +173,11 @@ class HashTable {
     return const_iterator(this, i);
   }
 
-  const Entry* find(const Key& key) const {
-    const uint32_t i = slotOf(key);
+  const Entry* find(const Key& key) const { return find(key, traits_.hash(key)); }
+  // As find(key), with `h` its hash (hashOf(key)), taken once for a key
+  // looked up in several tables that hash it alike.
+  const Entry* find(const Key& key, uint32_t h) const {
+    const uint32_t i = slotOf(key, h);
     return i == slotCount_ ? nullptr : &slots_[i].entry();
   }
   Entry* find(const Key& key) {
@@ -316,8 +319,8 @@ class HashTable {
   }
 
   // The slot holding `key`, or slotCount_.
-  uint32_t slotOf(const Key& key) const {
-    const uint32_t h = traits_.hash(key);
+  uint32_t slotOf(const Key& key) const { return slotOf(key, traits_.hash(key)); }
+  uint32_t slotOf(const Key& key, uint32_t h) const {
     for (uint32_t i = home(h); i < slotCount_; ++i) {
       const Slot& s = slots_[i];
       if (!s.used() || s.hash > h) break;

@@ -44,7 +44,8 @@ class NestedReactors final : public NestedReactorGroup {
   };
 
  public:
-  explicit NestedReactors(NotifieeBase* owner) : NestedReactorGroup(owner) {}
+  explicit NestedReactors(NotifieeBase* owner)
+      : NestedReactorGroup(owner, kindOf<NestedReactors>()) {}
 
   uint32_t size() const { return map_.size(); }
   bool empty() const { return map_.empty(); }
@@ -85,10 +86,10 @@ class NestedReactors final : public NestedReactorGroup {
     }
   }
 
-  void hasNotificationActiveIs(bool active) override {
+  void hasNotificationActiveIs(bool active) {
     for (const Ptr<R>& r : map_) r->hasNotificationActiveIs(active);
   }
-  void handleOwnerDel() override { clear(); }
+  void handleOwnerDel() { clear(); }
 
  private:
   Container<Traits> map_;
@@ -115,9 +116,9 @@ template <class R>
 class NestedReactorSlab final : public NestedReactorGroup {
  public:
   explicit NestedReactorSlab(NotifieeBase* owner)
-      : NestedReactorGroup(owner), slab_(sizeof(R), owner) {}
+      : NestedReactorGroup(owner, kindOf<NestedReactorSlab>()), slab_(sizeof(R), owner) {}
   // Dropped with its owner: the reactors go without handleDel, as a table's would.
-  ~NestedReactorSlab() override {
+  ~NestedReactorSlab() {
     slab_.forEachMarked([](void* p) {
       Slab::markIs(p, false);
       static_cast<R*>(p)->delRef();
@@ -161,10 +162,10 @@ class NestedReactorSlab final : public NestedReactorGroup {
     slab_.forEachMarked([this](void* p) { erase(static_cast<R*>(p)); });
   }
 
-  void hasNotificationActiveIs(bool active) override {
+  void hasNotificationActiveIs(bool active) {
     slab_.forEachMarked([active](void* p) { static_cast<R*>(p)->hasNotificationActiveIs(active); });
   }
-  void handleOwnerDel() override { clear(); }
+  void handleOwnerDel() { clear(); }
 
  private:
   Slab slab_;
@@ -175,7 +176,8 @@ class NestedReactorSlab final : public NestedReactorGroup {
 template <class R>
 class NestedReactor final : public NestedReactorGroup {
  public:
-  explicit NestedReactor(NotifieeBase* owner) : NestedReactorGroup(owner) {}
+  explicit NestedReactor(NotifieeBase* owner)
+      : NestedReactorGroup(owner, kindOf<NestedReactor>()) {}
 
   R* get() const { return r_.ptr(); }
   R* operator->() const { return r_.ptr(); }
@@ -184,11 +186,11 @@ class NestedReactor final : public NestedReactorGroup {
     if (r) r->hasNotificationActiveIs(ownerActive());
     r_ = std::move(r);
   }
-  void hasNotificationActiveIs(bool active) override {
+  void hasNotificationActiveIs(bool active) {
     if (r_) r_->hasNotificationActiveIs(active);
   }
   // A whole input is not deleted with its owner's entity: nothing to do.
-  void handleOwnerDel() override {}
+  void handleOwnerDel() {}
 
  private:
   Ptr<R> r_;

@@ -16,6 +16,7 @@
 #include <string>
 
 #include "Kel/Hash.h"
+#include "Kel/HashTable.h"
 #include "Kel/Strep.h"
 #include "platform/Vrf/VrfId.h"
 
@@ -44,6 +45,9 @@ class ViaKey {
     return Kel::hashWords(uint64_t(kind_) << 32 | vrfId_, uint64_t(selector_) << 32 | viaIndex_,
                           seed);
   }
+  // The hash the RIB's tables of via keys file a key under: a key looked up
+  // in several of them is hashed once (their look-ups by key and hash).
+  uint32_t tableHash() const { return hash(Kel::collectionHashSeed); }
 
   friend bool operator==(const ViaKey&, const ViaKey&) = default;
   friend std::strong_ordering operator<=>(const ViaKey&, const ViaKey&) = default;

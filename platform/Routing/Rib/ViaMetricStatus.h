@@ -36,7 +36,7 @@ class ViaMetricStatus final : public Kel::Entity {
     using Entry = ViaMetricStatus::Entry;
     using Key = ViaKey;
     static const ViaKey& key(const Entry& e) { return e.viaKey; }
-    static uint32_t hash(const ViaKey& k) { return k.hash(Kel::collectionHashSeed); }
+    static uint32_t hash(const ViaKey& k) { return k.tableHash(); }
   };
   using ViaMetricMap = Kel::HashTable<EntryTraits>;
   class Notifiee : public Kel::NotifieeOf<ViaMetricStatus> {
@@ -51,8 +51,10 @@ class ViaMetricStatus final : public Kel::Entity {
 
   const ViaMetricMap& viaMetric() const { return viaMetric_; }
   // Null when the RIB has no entry for `k`.
-  const ViaMetric* viaMetric(const ViaKey& k) const {
-    const Entry* e = viaMetric_.find(k);
+  const ViaMetric* viaMetric(const ViaKey& k) const { return viaMetric(k, k.tableHash()); }
+  // With `h`, k.tableHash(), taken once.
+  const ViaMetric* viaMetric(const ViaKey& k, uint32_t h) const {
+    const Entry* e = viaMetric_.find(k, h);
     return e ? &e->viaMetric : nullptr;
   }
   uint32_t viaMetricSize() const { return viaMetric_.size(); }

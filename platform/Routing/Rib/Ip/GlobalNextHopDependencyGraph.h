@@ -52,8 +52,10 @@ class GlobalNextHopDependencyGraph final : public Kel::Entity {
   static Kel::String mountPath(std::string_view ribString);
 
   // The address a via resolves through; null when unknown.
-  const Pando::IpGenAddr* viaNextHop(const ViaKey& k) const {
-    const NextHopEntry* e = viaNextHop_.find(k);
+  const Pando::IpGenAddr* viaNextHop(const ViaKey& k) const { return viaNextHop(k, k.tableHash()); }
+  // With `h`, k.tableHash(), taken once.
+  const Pando::IpGenAddr* viaNextHop(const ViaKey& k, uint32_t h) const {
+    const NextHopEntry* e = viaNextHop_.find(k, h);
     return e ? &e->nextHop : nullptr;
   }
   uint32_t viaNextHopSize() const { return uint32_t(viaNextHop_.size()); }
@@ -80,10 +82,16 @@ class GlobalNextHopDependencyGraph final : public Kel::Entity {
   // resolve, recursively in the same VRF, to `prefix`. An unknown via, a
   // next hop that matches nothing and a path longer than maxDepth answer
   // false. `mp`, `a`, `b` and `rib` do not change the answer (see above).
+  bool loopingRoute(const Pando::IpGenPrefix& prefix, const MetricPref& mp,
+                    Vrf::VrfIdMap::VrfId vrfId, const ViaKey& via, uint32_t a, uint32_t b,
+                    RibType rib) const {
+    return loopingRoute(prefix, mp, vrfId, via, a, b, rib, via.tableHash());
+  }
+  // With `viaHash`, via.tableHash(), taken once.
   bool loopingRoute(const Pando::IpGenPrefix& prefix, const MetricPref& /*mp*/,
                     Vrf::VrfIdMap::VrfId vrfId, const ViaKey& via, uint32_t /*a*/, uint32_t /*b*/,
-                    RibType /*rib*/) const {
-    const Pando::IpGenAddr* nextHop = viaNextHop(via);
+                    RibType /*rib*/, uint32_t viaHash) const {
+    const Pando::IpGenAddr* nextHop = viaNextHop(via, viaHash);
     if (nextHop == nullptr) return false;
     const VrfRoutes* vrf = vrfRoutes(vrfId);
     // No route installed in the VRF: only the asked prefix itself can resolve the next hop.
@@ -125,7 +133,7 @@ class GlobalNextHopDependencyGraph final : public Kel::Entity {
     using Entry = NextHopEntry;
     using Key = ViaKey;
     static const ViaKey& key(const NextHopEntry& e) { return e.via; }
-    static uint32_t hash(const ViaKey& k) { return k.hash(Kel::collectionHashSeed); }
+    static uint32_t hash(const ViaKey& k) { return k.tableHash(); }
   };
   struct VrfEntry {
     Vrf::VrfIdMap::VrfId vrfId;

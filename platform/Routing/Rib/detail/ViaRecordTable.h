@@ -35,7 +35,7 @@ class ViaRecordTable : public Kel::Entity, public KelBrisk::SingleCollectionTabl
     using Entry = ViaRecordTable::Entry;
     using Key = ViaKey;
     static const ViaKey& key(const Entry& e) { return e.key; }
-    static uint32_t hash(const ViaKey& k) { return k.hash(Kel::collectionHashSeed); }
+    static uint32_t hash(const ViaKey& k) { return k.tableHash(); }
   };
   using ViaTable = Kel::HashTable<Traits>;
 
@@ -46,8 +46,10 @@ class ViaRecordTable : public Kel::Entity, public KelBrisk::SingleCollectionTabl
     virtual void onRp() {}
   };
   // Null when absent; valid until the next write.
-  const Record* via(const ViaKey& k) const {
-    const Entry* e = via_.find(k);
+  const Record* via(const ViaKey& k) const { return via(k, k.tableHash()); }
+  // With `h`, k.tableHash(), taken once.
+  const Record* via(const ViaKey& k, uint32_t h) const {
+    const Entry* e = via_.find(k, h);
     return e ? &e->via : nullptr;
   }
   bool viaHas(const ViaKey& k) const { return via_.find(k) != nullptr; }
