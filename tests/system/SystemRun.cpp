@@ -16,7 +16,9 @@ SystemRun::SystemRun(const SystemConfig& config)
       interpreter_(sink_, sink_, IpRibAgent::Interpreter::TimeMode::virtualTime),
       model_(LifecycleConfig{true, (config.seed & 1) != 0, (config.seed & 2) != 0}) {
   names_.push_back("default");
-  for (int v = 1; v <= config.vrfs; ++v) names_.push_back("v" + std::to_string(v));
+  // Appending, not "v" + to_string(v): g++ 12 at -O3 warns falsely (-Wrestrict) on that.
+  for (int v = 1; v <= config.vrfs; ++v)
+    names_.push_back(std::string("v").append(std::to_string(v)));
   model_.protocolInitialized = [this](const std::string& name, int af) {
     return initialized(name, af);
   };
