@@ -309,7 +309,7 @@ class MuxSm::ReadAhead {
 void MuxSm::doReview() {
   LEAK_TRACE(8, "doReview", " " << vrfIdAf_);
   if (!initialized_) return;
-  const double deadline = Kel::System::currentTime() + reviewQuantum_;
+  Kel::Deadline deadline(Kel::System::currentTime() + reviewQuantum_);
   const Routing::RouteList::RouteMap& routes = routeConfig_->route();
   auto it = bookmarkValid_ ? routes.seek(bookmark_) : routes.begin();
   // At scale a pass waits on cache misses: the route, its directory slot,
@@ -334,7 +334,7 @@ void MuxSm::doReview() {
       ahead.next();
     }
     if (it == routes.end()) break;
-    if (Kel::System::currentTime() >= deadline) {
+    if (deadline.passed()) {
       LEAK_DUALLOG("doReview", " pausing review after " << count << " checks this run.",
                    " pausing review after %s checks this run.", count);
       bookmarkValidIs(true);
@@ -475,7 +475,7 @@ void DemuxSm::scheduleReview() {
 void DemuxSm::doReview() {
   LEAK_TRACE(8, "doReview", " " << vrfIdAf_);
   if (!initialized_) return;
-  const double deadline = Kel::System::currentTime() + reviewQuantum_;
+  Kel::Deadline deadline(Kel::System::currentTime() + reviewQuantum_);
   auto it = bookmarkValid_ ? backlog_.seek(bookmark_) : backlog_.begin();
   uint64_t count = 0;
   while (it != backlog_.end()) {
@@ -486,7 +486,7 @@ void DemuxSm::doReview() {
     // k has left: the next key is the first at its place.
     it = backlog_.seek(k);
     if (it == backlog_.end()) break;
-    if (Kel::System::currentTime() >= deadline) {
+    if (deadline.passed()) {
       LEAK_DUALLOG("doReview", " review suspending after " << count << " passes this run.",
                    " review suspending after %s passes this run.", count);
       bookmarkValidIs(true);

@@ -307,7 +307,7 @@ RouteStatusSm::RouteStatusSm(
       kelBfdRoute_(this) {
   KEL_ASSERT(status_ && ribConfig_ && viaSetConfig_);
   kelStatus_.reactorIs(Kel::makePtr<KelStatus>(this, status_.ptr()));
-  for (const Kel::Ptr<Route>& route : status_->route()) routeIs(route);
+  attachRoutes();
   if (ipViaMetricStatus_) {
     kelIpViaMetricStatus_.reactorIs(
         Kel::makePtr<KelViaMetricStatus>(this, ipViaMetricStatus_.ptr()));
@@ -345,6 +345,27 @@ void RouteStatusSm::routeIs(const Kel::Ptr<Route>& route) {
 }
 
 void RouteStatusSm::routeDel(KelRoute* reactor) { kelRoute_.erase(reactor); }
+
+void RouteStatusSm::attachRoutes() {
+  // A reactor reads its route, the route's preferences and their via types:
+  // three misses in a row per route, overlapped across routes by loading
+  // them a few routes ahead. Nothing here changes the status, so the routes
+  // ahead stay where the walk saw them. No RIB slot is loaded: the first
+  // review, not this walk, evaluates them.
+  const Status::RouteMap& routes = status_->route();
+  Kel::Lookahead<const Route*, 3, 2> ahead;
+  Status::RouteMap::const_iterator next = routes.begin();
+  const auto pushAhead = [&] {
+    if (next == routes.end()) return;
+    ahead.push(next->ptr(), [](const Route* route, int step) { prefetchRouteStep(*route, step); });
+    ++next;
+  };
+  for (uint32_t i = 0; i < ahead.lead; ++i) pushAhead();
+  for (const Kel::Ptr<Route>& route : routes) {
+    kelRoute_.make(route.ptr());
+    pushAhead();
+  }
+}
 
 // ------------------------------------------------------------ evaluation
 
@@ -771,14 +792,47 @@ void RouteStatusSm::delRoute(const Pando::IpGenPrefix& prefix, RouteEvaluationOb
 
 void RouteStatusSm::doCleanupRibConfig() {
   RSM_TRACE(8, " doCleanupRibConfig");
-  std::vector<Pando::IpGenPrefix> stale;
-  for (const Rib::Route& route : ribConfig_->route()) {
-    if (route.key().vrfId() == vrfId_ && route.key().prefix().af() == af_ &&
-        !status_->route(route.key().prefix())) {
-      stale.push_back(route.key().prefix());
-    }
+  // The RIB table holds every VRF's routes. Its entries are read as they sit
+  // in memory, and this VRF's are looked up in the status a few entries
+  // ahead (slot, then route), so that those misses overlap; the stale ones
+  // then go in the RIB's own order.
+  const Rib::RouteConfig::RouteTable& rib = ribConfig_->route();
+  const Status::RouteMap& routes = status_->route();
+  const auto ours = [this](const Rib::RouteKey& key) {
+    return key.vrfId() == vrfId_ && key.prefix().af() == af_;
+  };
+  struct Upcoming {
+    uint32_t position;  // in the RIB table
+    uint32_t hash;      // in the status, from step 0
+  };
+  Kel::Lookahead<Upcoming, 2, 4> ahead;
+  const uint32_t size = rib.size();
+  uint32_t next = 0;
+  const auto pushAhead = [&] {
+    if (next == size) return;
+    ahead.push({next++, 0}, [&](Upcoming& u, int step) {
+      const Rib::RouteKey& key = rib.atPosition(u.position).key();
+      if (!ours(key)) return;
+      if (step == 0) {
+        u.hash = routes.hashOf(key.prefix());
+        routes.prefetch(u.hash);
+      } else if (const Kel::Ptr<Route>* route = routes.probable(u.hash)) {
+        Kel::prefetchObject(route->ptr());
+      }
+    });
+  };
+  for (uint32_t i = 0; i < ahead.lead; ++i) pushAhead();
+  std::vector<Rib::RouteKey> stale;
+  for (uint32_t i = 0; i < size; ++i) {
+    const Rib::RouteKey& key = rib.atPosition(i).key();
+    if (ours(key) && !routes.find(key.prefix())) stale.push_back(key);
+    pushAhead();
   }
-  for (const Pando::IpGenPrefix& prefix : stale) doDelRoute(prefix);
+  std::sort(stale.begin(), stale.end(), [this](const Rib::RouteKey& a, const Rib::RouteKey& b) {
+    const uint32_t ha = ribConfig_->routeHashOf(a), hb = ribConfig_->routeHashOf(b);
+    return ha < hb || (ha == hb && a < b);
+  });
+  for (const Rib::RouteKey& key : stale) doDelRoute(key.prefix());
   viaSetConfig_->restartingVrfDel(vrfName_);
 }
 
@@ -872,7 +926,7 @@ void RouteStatusSm::doReview() {
     for (uint32_t i = 0; i < ahead.lead; ++i) pushAhead();
   };
   restartAhead();
-  const double start = Kel::System::currentTime();
+  Kel::Deadline deadline(Kel::System::currentTime() + reviewQuantum_);
   while (it != routes.end()) {
     // Evaluating may change the collection (a RIB reactor re-entering):
     // hold the route and re-seek behind it.
@@ -889,7 +943,7 @@ void RouteStatusSm::doReview() {
       ++it;
       pushAhead();
     }
-    if (start + reviewQuantum_ <= Kel::System::currentTime()) {
+    if (deadline.passed()) {
       if (it == routes.end()) break;
       reviewBookmarkIs((*it)->prefix());
       RSM_DUALLOG(8, " Suspending review at: " << reviewBookmark_,

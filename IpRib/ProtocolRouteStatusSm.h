@@ -237,6 +237,8 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   bool staticRouteMetric();
   BfdStatusKey bfdStatusKey(const Rib::Via& via) const;
   void routeIs(const Kel::Ptr<Route>& route);
+  // A reactor for every route of the status (at construction).
+  void attachRoutes();
   // Starts loading the RIB slot where the prefix's route is looked up.
   void prefetchRibSlot(const Pando::IpGenPrefix& prefix) const;
   // Drops a route's reactor (its route left the status).

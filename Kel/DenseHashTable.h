@@ -189,6 +189,11 @@ class DenseHashTable {
     return const_cast<Entry*>(static_cast<const DenseHashTable*>(this)->find(key));
   }
 
+  // The entries as they sit in memory, positions 0 to size() - 1: a pass
+  // that needs no order reads them one after the other, where iteration
+  // order jumps about the store. Valid until the next insert or erase.
+  const Entry& atPosition(uint32_t pos) const { return store_[pos]; }
+
   // Look-ahead by hash, as HashTable's: prefetch starts loading the index
   // slot where a look-up begins; once that is in cache, prefetchEntry starts
   // loading the entry filed under the hash, if any.

@@ -12,6 +12,7 @@ class MonotonicTime final : public TimeSource {
     using namespace std::chrono;
     return duration<double>(steady_clock::now().time_since_epoch()).count();
   }
+  unsigned checksPerRead() const override { return 8; }
   void waitUntil(double deadline) override {
     double wait = deadline - now();
     if (wait > 0) std::this_thread::sleep_for(std::chrono::duration<double>(wait));
