@@ -331,6 +331,10 @@ class Status final : public Kel::Entity {
   uint32_t routeSize() const { return route_.size(); }
   // Returns the route for `p`, creating an empty one when absent.
   Kel::Ptr<Route> routeIs(const Pando::IpGenPrefix& p);
+  // A writer that knows the prefixes it files next (a protocol loading a
+  // table) names each a few routes ahead: the slot it will take starts
+  // loading, so that the miss overlaps the writes before it.
+  void routeWriteAhead(const Pando::IpGenPrefix& p) const { route_.prefetch(route_.hashOf(p)); }
   void routeDel(const Pando::IpGenPrefix& p);
   void routeDelAll();
 

@@ -57,6 +57,8 @@ using namespace Bench;  // the shared world and its parameters
 const size_t routeCount = Bench::routesFromEnvironment("RSM_BENCH_ROUTES");
 constexpr uint32_t viaCount = 256;
 constexpr Routing::RouteMetric metric = 10;
+// How far ahead the protocol names the prefixes it writes.
+constexpr size_t writeAhead = 8;
 
 // The vias' next hops lie in 192.168.0.0/24, which no route prefix overlaps:
 // no via resolves back through its own route.
@@ -104,6 +106,7 @@ struct World : Bench::RouteStatusWorld {
   void writeRoutes(size_t count = routeCount, bool ready = true) {
     const Data& d = data();
     for (size_t i = 0; i < count; ++i) {
+      if (i + writeAhead < count) status->routeWriteAhead(d.prefixes[i + writeAhead]);
       const Ptr<Protocol::Route> route = status->routeIs(d.prefixes[i]);
       const Ptr<Protocol::RoutePref> pref = route->routePrefIs(preference);
       pref->dedupViaKeyIs(viaType, pool[d.vias[i].first], metric);

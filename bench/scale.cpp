@@ -267,12 +267,24 @@ struct Result {
 [[gnu::noinline]] void loadPhase(World& w, const Options& o) {
   const bool both = o.family == "both";
   const AddressFamily only = o.family == "ipv6" ? AddressFamily::ipv6 : AddressFamily::ipv4;
-  Progress load("load  ", o.routes);
-  for (uint64_t i = 0; i < o.routes; ++i) {
+  // The status and prefix of the i-th route.
+  const auto target = [&](uint64_t i) {
     const AddressFamily af = both ? (i % 2 == 0 ? AddressFamily::ipv4 : AddressFamily::ipv6) : only;
     const uint64_t k = both ? i / 2 : i;
-    const World::Container& c = w.containers[fam(af)][k % o.vrfs];
-    const Ptr<Protocol::Route> route = c.status->routeIs(routePrefix(af, k));
+    return std::pair<const World::Container&, IpGenPrefix>(w.containers[fam(af)][k % o.vrfs],
+                                                           routePrefix(af, k));
+  };
+  // How far ahead the protocol names the prefixes it writes.
+  constexpr uint64_t writeAhead = 8;
+  Progress load("load  ", o.routes);
+  for (uint64_t i = 0; i < o.routes; ++i) {
+    if (i + writeAhead < o.routes) {
+      const auto [ahead, prefix] = target(i + writeAhead);
+      ahead.status->routeWriteAhead(prefix);
+    }
+    const auto [c, prefix] = target(i);
+    const AddressFamily af = prefix.af();
+    const Ptr<Protocol::Route> route = c.status->routeIs(prefix);
     const Ptr<Protocol::RoutePref> pref = route->routePrefIs(preference);
     const uint64_t m = mix(i);
     const uint32_t a = uint32_t(m % viaCount);

@@ -292,7 +292,7 @@ TEST(FlatMapTest, RandomOperationsKeepKeyOrderAndCountEntries) {
 }
 
 // Eight entries a chunk, so that the table adds and frees chunks all along.
-using DenseTable = Kel::DenseHashTable<CountedTraits, 3>;
+using DenseTable = Kel::DenseHashTable<CountedTraits, 8>;
 
 TEST(DenseHashTableTest, RandomOperationsKeepHashOrderAndAgreeWithAModel) {
   for (const unsigned seed : {11u, 4049u, 86243u}) {
