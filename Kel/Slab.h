@@ -5,11 +5,12 @@
 // - a 32-bit handle, half a pointer, to keep in large tables;
 // - a walk over the blocks that carry a mark (a bit the user sets).
 //
-// Blocks are carved from 64 KiB regions aligned to their size and mapped
-// apart from the heap; a block's region is its address with the low bits
-// cleared, and the region's header names the slab. A region is carved as it
-// fills, so that a small slab touches a page or two, and is unmapped as soon
-// as its last block is freed, so that a slab that empties holds nothing.
+// Blocks are carved from 64 KiB regions aligned to their size, cut from huge
+// pages mapped apart from the heap and shared by every slab; a block's region
+// is its address with the low bits cleared, and the region's header names the
+// slab. A region is carved as it fills and given back as soon as its last
+// block is freed, so that a slab that empties holds nothing; a huge page goes
+// back to the system once all its regions are back.
 // Accounting (usage()) counts, like the pool's, the live blocks and the
 // region headers, not the untouched rest of a region.
 //

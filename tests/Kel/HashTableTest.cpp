@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
+#include <numeric>
 #include <random>
 #include <set>
 #include <string>
@@ -66,8 +69,23 @@ struct CountedTraits {
   static uint32_t hash(uint32_t k) { return weakHash(k); }
 };
 
+// An entry of 64 KiB: 32 to a chunk of a dense table, so that every full
+// chunk is a huge page of its own.
+struct Fat {
+  uint32_t key;
+  std::array<char, 65532> payload;
+};
+
+struct FatTraits {
+  using Entry = Fat;
+  using Key = uint32_t;
+  static uint32_t key(const Fat& f) { return f.key; }
+  static uint32_t hash(uint32_t k) { return weakHash(k); }
+};
+
 uint32_t keyOf(uint32_t k) { return k; }
 uint32_t keyOf(const Kel::Ptr<Counted>& c) { return c->key; }
+uint32_t keyOf(const Fat& f) { return f.key; }
 
 template <class T>
 std::vector<uint32_t> keysOf(const T& t) {
@@ -327,6 +345,43 @@ TEST(DenseHashTableTest, RandomOperationsKeepHashOrderAndAgreeWithAModel) {
       }
     }
     EXPECT_EQ(Counted::live, 0);
+  }
+}
+
+// Chunks that are huge pages are taken as the table grows and given back as it
+// shrinks; entries keep their contents through moves, and the walk by position
+// sees each entry once.
+TEST(DenseHashTableTest, HugePageChunksComeAndGo) {
+  std::mt19937 rng(2026);
+  Kel::DenseHashTable<FatTraits> t;
+  Model model;
+  std::vector<uint32_t> keys(universe);
+  std::iota(keys.begin(), keys.end(), 0u);
+  constexpr uint32_t count = 150;  // the first chunk doubling to full, then four more
+  for (int round = 0; round < 2; ++round) {
+    std::shuffle(keys.begin(), keys.end(), rng);
+    for (uint32_t i = 0; i < count; ++i) {
+      auto fat = std::make_unique<Fat>();
+      fat->key = keys[i];
+      fat->payload.fill(char(keys[i]));
+      ASSERT_TRUE(t.insert(std::move(*fat)).second);
+      model.insert({weakHash(keys[i]), keys[i]});
+    }
+    expectMatches(t, model, rng);
+    std::set<uint32_t> seen;
+    for (uint32_t pos = 0; pos < t.size(); ++pos) {
+      const Fat& f = t.atPosition(pos);
+      seen.insert(f.key);
+      ASSERT_EQ(f.payload.back(), char(f.key)) << "entry " << f.key;
+    }
+    EXPECT_EQ(seen.size(), count);
+    std::shuffle(keys.begin(), keys.begin() + count, rng);
+    for (uint32_t i = 0; i < count; ++i) {
+      ASSERT_TRUE(t.erase(keys[i]));
+      model.erase({weakHash(keys[i]), keys[i]});
+      if (i % 37 == 0) expectMatches(t, model, rng);
+    }
+    EXPECT_EQ(t.size(), 0u);
   }
 }
 

@@ -56,6 +56,31 @@ TEST(SlabTest, BlocksFindTheirSlabAndHandlesAndAnEmptySlabHoldsNothing) {
   Kel::Slab::deallocate(slab.allocate());
 }
 
+// Regions given back by one slab are carved again by another, which finds
+// no mark and no block of the first in them, and hands out each block once.
+TEST(SlabTest, ARegionGivenBackComesAgainClean) {
+  std::set<void*> firstBlocks;
+  {
+    Kel::Slab first(64);
+    std::vector<void*> blocks;
+    for (int i = 0; i < 5000; ++i) blocks.push_back(first.allocate());  // several regions
+    for (void* b : blocks) Kel::Slab::markIs(b, true);
+    for (void* b : blocks) Kel::Slab::deallocate(b);
+    firstBlocks.insert(blocks.begin(), blocks.end());
+  }
+  Kel::Slab second(64);
+  std::set<void*> blocks;
+  for (int i = 0; i < 5000; ++i) blocks.insert(second.allocate());
+  EXPECT_EQ(blocks.size(), 5000u);
+  size_t reused = 0;
+  for (void* b : blocks) reused += firstBlocks.count(b);
+  EXPECT_GT(reused, 0u) << "the first slab's regions were carved again";
+  size_t marked = 0;
+  second.forEachMarked([&](void*) { ++marked; });
+  EXPECT_EQ(marked, 0u);
+  for (void* b : blocks) Kel::Slab::deallocate(b);
+}
+
 TEST(SlabDeathTest, ASlabGoesOnlyOnceEmpty) {
   EXPECT_DEATH(
       {
