@@ -60,6 +60,12 @@ class RegionSource {
     partialDel(c);
     munmap(reinterpret_cast<void*>(c.base), chunkBytes);
     chunks_.erase(found);
+    if (chunks_.empty()) {
+      // Nothing left on the heap either, so that a process whose slabs all
+      // empty is back where it started.
+      std::unordered_map<uintptr_t, std::unique_ptr<Chunk>>().swap(chunks_);
+      std::vector<Chunk*>().swap(partial_);
+    }
   }
 
  private:
@@ -100,9 +106,11 @@ class RegionSource {
   std::vector<Chunk*> partial_;                                   // with free regions
 };
 
-// Never destroyed: a process-wide slab may give its regions back at exit.
+// Never destroyed, and not on the heap: a process-wide slab may give its
+// regions back at exit.
 RegionSource& regionSource() {
-  static RegionSource* source = new RegionSource;
+  alignas(RegionSource) static unsigned char place[sizeof(RegionSource)];
+  static RegionSource* source = new (place) RegionSource;
   return *source;
 }
 
