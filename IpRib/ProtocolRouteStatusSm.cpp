@@ -792,6 +792,49 @@ void RouteStatusSm::delRoute(const Pando::IpGenPrefix& prefix, RouteEvaluationOb
 
 void RouteStatusSm::doCleanupRibConfig() {
   RSM_TRACE(8, " doCleanupRibConfig");
+  if (mayHoldStaleRoutes()) deleteStaleRoutes();
+  viaSetConfig_->restartingVrfDel(vrfName_);
+}
+
+bool RouteStatusSm::mayHoldStaleRoutes() const {
+  const uint32_t ours = ribConfig_->routeCount(vrfId_, af_);
+  if (ours == 0) return false;
+  const Status::RouteMap& routes = status_->route();
+  // More of ours than prefixes in the status: some are stale. A RIB of not
+  // much more than ours: walking it costs no more than counting.
+  if (ours > routes.size() || ribConfig_->routeSize() < 2 * routes.size()) return true;
+  // None is stale when every one of ours has its prefix in the status: count
+  // the status's prefixes that have a RIB route, each route and its RIB slot
+  // and entry loaded a few routes ahead.
+  const Rib::RouteConfig& rib = *ribConfig_;
+  struct Upcoming {
+    const Route* route;
+    uint32_t ribHash;  // from step 1
+  };
+  Kel::Lookahead<Upcoming, 3, 2> ahead;
+  Status::RouteMap::const_iterator next = routes.begin();
+  const auto pushAhead = [&] {
+    if (next == routes.end()) return;
+    ahead.push({next->ptr(), 0}, [&](Upcoming& u, int step) {
+      if (step == 0) {
+        Kel::prefetchObject(u.route);
+        return;
+      }
+      if (step == 1) u.ribHash = rib.routeHashOf(Rib::RouteKey(vrfId_, u.route->prefix()));
+      rib.prefetchRouteStep(u.ribHash, step - 1);
+    });
+    ++next;
+  };
+  for (uint32_t i = 0; i < ahead.lead; ++i) pushAhead();
+  uint32_t present = 0;
+  for (const Kel::Ptr<Route>& route : routes) {
+    if (rib.route(Rib::RouteKey(vrfId_, route->prefix())) != nullptr) ++present;
+    pushAhead();
+  }
+  return present != ours;
+}
+
+void RouteStatusSm::deleteStaleRoutes() {
   // The RIB table holds every VRF's routes. Its entries are read as they sit
   // in memory, and this VRF's are looked up in the status a few entries
   // ahead (slot, then route), so that those misses overlap; the stale ones
@@ -833,7 +876,6 @@ void RouteStatusSm::doCleanupRibConfig() {
     return ha < hb || (ha == hb && a < b);
   });
   for (const Rib::RouteKey& key : stale) doDelRoute(key.prefix());
-  viaSetConfig_->restartingVrfDel(vrfName_);
 }
 
 // ------------------------------------------------------------ review

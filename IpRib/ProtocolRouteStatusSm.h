@@ -237,6 +237,11 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   bool staticRouteMetric();
   BfdStatusKey bfdStatusKey(const Rib::Via& via) const;
   void routeIs(const Kel::Ptr<Route>& route);
+  // After the first review: whether the RIB may hold routes of this VRF and
+  // family that the status does not (without walking the RIB when it holds
+  // few of ours), and deleting them.
+  bool mayHoldStaleRoutes() const;
+  void deleteStaleRoutes();
   // A reactor for every route of the status (at construction).
   void attachRoutes();
   // Starts loading the RIB slot where the prefix's route is looked up.

@@ -15,7 +15,10 @@
 //   routeChangedAt), which the tracker files and route computation writes to
 //   the RIB as it arrives (--no-tracker leaves the tracker out);
 // - review: the next-hop graph's generation bump, every VRF's full review
-//   paced by the activity loop, until the loop is quiet.
+//   paced by the activity loop, until the loop is quiet;
+// - restart: every VRF's route computation dropped and made again over its
+//   status, the RIB keeping its routes, until the loop is quiet (attach,
+//   first review, and the look for stale RIB routes).
 // Memory: bytes malloc and the slabs hold for the load, per route (store,
 // reactors, index, RIB), and the process's peak resident set. A progress line
 // goes to stderr while a phase runs, when stderr is a terminal.
@@ -159,14 +162,10 @@ struct World {
         }
         const L3::VrfName name("vrf" + std::to_string(v + 1));
         const Vrf::VrfIdMap::VrfId id = 10 + v;
-        Container c;
-        c.status = Protocol::statusFactory(Protocol::RouteStatusKey(id, af));
+        Container c{name, id, af, Protocol::statusFactory(Protocol::RouteStatusKey(id, af)),
+                    nullptr};
         dir->statusIs(c.status);
-        c.rsm = Protocol::routeStatusSmFactory(
-            name, af, id, c.status, ipMetrics[fam(af)], evpnMetrics, looping, graph, ribConfig,
-            viaSets, 2, v4DefaultMetrics, v6DefaultMetrics, Protocol::vrfReadyStatusFactory(name),
-            bfdList, viaConfig[fam(af)], viaConfig[1 - fam(af)], metricTree, Kel::String("rib"),
-            viaStatus);
+        c.rsm = routeStatusSm(c);
         containers[fam(af)].push_back(c);
       }
     }
@@ -179,9 +178,21 @@ struct World {
   ~World() { vms = nullptr; }
 
   struct Container {
+    L3::VrfName name;
+    Vrf::VrfIdMap::VrfId id;
+    AddressFamily af;
     Ptr<Protocol::Status> status;
     Ptr<Protocol::RouteStatusSm> rsm;
   };
+
+  // Route computation for one VRF and family, as the agent's container makes it.
+  Ptr<Protocol::RouteStatusSm> routeStatusSm(const Container& c) {
+    return Protocol::routeStatusSmFactory(
+        c.name, c.af, c.id, c.status, ipMetrics[fam(c.af)], evpnMetrics, looping, graph, ribConfig,
+        viaSets, 2, v4DefaultMetrics, v6DefaultMetrics, Protocol::vrfReadyStatusFactory(c.name),
+        bfdList, viaConfig[fam(c.af)], viaConfig[1 - fam(c.af)], metricTree, Kel::String("rib"),
+        viaStatus);
+  }
 
   Ptr<Rib::DedupViaKeyTable> viaKeys = Kel::makePtr<Rib::DedupViaKeyTable>();
   Ptr<Rib::ViaMetricStatusByVrf> metricTree = Kel::makePtr<Rib::ViaMetricStatusByVrf>();
@@ -258,7 +269,7 @@ double cpuSeconds() {
 }
 
 struct Result {
-  double loadSeconds = 0, reviewSeconds = 0, loadCpu = 0, reviewCpu = 0;
+  double loadSeconds = 0, reviewSeconds = 0, loadCpu = 0, reviewCpu = 0, restartSeconds = 0;
   int64_t loadBytes = 0, peakRss = 0;
 };
 
@@ -313,6 +324,27 @@ struct Result {
   review.done();
 }
 
+// The start after a restart of route computation: every VRF's is made again
+// over the status its protocol kept, with the RIB holding what it wrote
+// before; each attaches to its routes, reviews them and then looks for RIB
+// routes its status no longer has.
+[[gnu::noinline]] void restartPhase(World& w, const Options& o) {
+  for (auto& byFamily : w.containers) {
+    for (World::Container& c : byFamily) c.rsm = nullptr;
+  }
+  Progress restart("restart", o.routes);
+  uint64_t attached = 0;
+  for (auto& byFamily : w.containers) {
+    for (World::Container& c : byFamily) {
+      c.rsm = w.routeStatusSm(c);
+      attached += c.status->routeSize();
+      restart.at(attached);
+    }
+  }
+  Kel::ActivityManager::instance().runUntilQuiet();
+  restart.done();
+}
+
 Result run(const Options& o) {
   Result r;
   World w(o);
@@ -334,6 +366,14 @@ Result run(const Options& o) {
   reviewPhase(w, o);
   r.reviewSeconds = seconds(reviewStart, Clock::now());
   r.reviewCpu = cpuSeconds() - reviewCpuStart;
+
+  const Clock::time_point restartStart = Clock::now();
+  restartPhase(w, o);
+  r.restartSeconds = seconds(restartStart, Clock::now());
+  if (w.ribConfig->routeSize() != o.routes) {
+    std::cerr << "iprib_scale: " << w.ribConfig->routeSize() << " RIB routes after the restart\n";
+    std::exit(1);
+  }
   r.peakRss = peakResidentBytes();
   return r;
 }
@@ -357,13 +397,13 @@ int main(int argc, char** argv) {
   const double perRoute = double(r.loadBytes) / double(o.routes);
   std::printf(
       "routes %llu %s vrfs %u%s: load %.3f s (%.0f routes/s), review %.3f s (%.0f routes/s), "
-      "%.0f bytes/route, peak resident %.2f GiB; processor time: load %.0f routes/s, review "
-      "%.0f routes/s\n",
+      "restart %.3f s (%.0f routes/s), %.0f bytes/route, peak resident %.2f GiB; processor "
+      "time: load %.0f routes/s, review %.0f routes/s\n",
       static_cast<unsigned long long>(o.routes), o.family.c_str(), o.vrfs,
       o.tracker ? "" : " no tracker", r.loadSeconds, double(o.routes) / r.loadSeconds,
-      r.reviewSeconds, double(o.routes) / r.reviewSeconds, perRoute,
-      double(r.peakRss) / double(1ull << 30), double(o.routes) / r.loadCpu,
-      double(o.routes) / r.reviewCpu);
+      r.reviewSeconds, double(o.routes) / r.reviewSeconds, r.restartSeconds,
+      double(o.routes) / r.restartSeconds, perRoute, double(r.peakRss) / double(1ull << 30),
+      double(o.routes) / r.loadCpu, double(o.routes) / r.reviewCpu);
   if (!o.json.empty()) {
     std::ofstream out(o.json);
     char date[32];
@@ -377,6 +417,8 @@ int main(int argc, char** argv) {
         << ", \"load_routes_per_s\": " << double(o.routes) / r.loadSeconds
         << ", \"review_s\": " << r.reviewSeconds
         << ", \"review_routes_per_s\": " << double(o.routes) / r.reviewSeconds
+        << ", \"restart_s\": " << r.restartSeconds
+        << ", \"restart_routes_per_s\": " << double(o.routes) / r.restartSeconds
         << ", \"load_cpu_routes_per_s\": " << double(o.routes) / r.loadCpu
         << ", \"review_cpu_routes_per_s\": " << double(o.routes) / r.reviewCpu
         << ", \"bytes_per_route\": " << perRoute << ", \"peak_rss_bytes\": " << r.peakRss

@@ -196,6 +196,40 @@ TEST_F(ReviewTest, StaleRibRoutesAreCleanedUpAfterTheFirstCompleteReviewOnly) {
   EXPECT_NE(w.ribRoute(IpGenPrefix("198.51.100.0/24")), nullptr);
 }
 
+// In a RIB mostly of other VRFs' routes the clean-up counts this VRF's
+// instead of walking the RIB: it still finds a stale route when the status
+// also has a route the RIB lacks (an unresolved one), and it deletes nothing
+// when none is stale.
+class StaleAmongOtherVrfsTest : public ReviewTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(StaleAmongOtherVrfsTest, OnlyTheStaleRouteGoes) {
+  const bool withStale = GetParam();
+  Rib::Brisk::ViaSet empty;
+  const auto ribRouteIs = [&](Vrf::VrfIdMap::VrfId vrfId, const IpGenPrefix& prefix) {
+    Rib::Route r(Rib::RouteKey(vrfId, prefix));
+    r.viaSetIs(w.viaSets->dedupConfigViaSetIs(empty));
+    w.ribConfig->routeAdd(r);
+  };
+  addRoutes(3);
+  const IpGenPrefix unresolved("10.200.0.0/16");
+  w.addVia(unresolved, 1, V::viaIntfNextHop, 99);
+  w.touch(unresolved);
+  for (uint32_t i = 0; i < 40; ++i) ribRouteIs(testVrfId + 1, prefixOf(i));
+  if (withStale) ribRouteIs(testVrfId, IpGenPrefix("192.0.2.0/24"));
+  w.start();
+  w.status->initializedIs(true);
+  w.runUntilQuiet();
+  EXPECT_TRUE(w.sm->reviewedOnce());
+  EXPECT_EQ(w.ribRoute(IpGenPrefix("192.0.2.0/24")), nullptr);
+  EXPECT_EQ(w.ribRoute(unresolved), nullptr);
+  EXPECT_EQ(w.ribConfig->routeCount(testVrfId, Pando::AddressFamily::ipv4), 3u);
+  EXPECT_EQ(w.ribConfig->routeSize(), 43u) << "the other VRF's routes stay";
+  EXPECT_EQ(w.ribConfig->deletes(), withStale ? 1u : 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Stale, StaleAmongOtherVrfsTest, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "OneStale" : "NoneStale"; });
+
 TEST_F(ReviewTest, DecisionsAreTracedInTextAndInTheRing) {
   w.start();
   w.status->initializedIs(true);

@@ -209,16 +209,23 @@ TEST(RouteConfig, WritesCountAndNotifyOnlyWhenTheyChangeSomething) {
 TEST(RouteConfig, DeletingAVrfLeavesTheOthers) {
   auto config = Kel::makePtr<RouteConfig>();
   for (uint32_t n = 0; n < 40; ++n) config->routeAdd(Route(routeKey(n % 3, n)));
+  config->routeAdd(Route(RouteKey(1, Pando::IpGenPrefix("2001:db8::/64"))));
   auto recorder = Kel::makePtr<RouteRecorder>();
   recorder->notifierIs(config.ptr());
+  EXPECT_EQ(config->routeCount(1, Pando::AddressFamily::ipv4), 13u);
+  EXPECT_EQ(config->routeCount(1, Pando::AddressFamily::ipv6), 1u);
+  EXPECT_EQ(config->routeCount(2, Pando::AddressFamily::ipv4), 13u);
   config->doDeleteRoutesForVrf(1);
-  EXPECT_EQ(recorder->routes.size(), 13u);
+  EXPECT_EQ(recorder->routes.size(), 14u);
   EXPECT_EQ(config->routeSize(), 27u);
+  EXPECT_EQ(config->routeCount(1, Pando::AddressFamily::ipv4), 0u);
+  EXPECT_EQ(config->routeCount(1, Pando::AddressFamily::ipv6), 0u);
+  EXPECT_EQ(config->routeCount(0, Pando::AddressFamily::ipv4), 14u);
   for (const Route& r : config->route()) EXPECT_NE(r.key().vrfId(), 1u);
   for (const RouteKey& k : recorder->routes) EXPECT_EQ(k.vrfId(), 1u);
   config->doDeleteRoutesForVrf(1);
-  EXPECT_EQ(recorder->routes.size(), 13u);
-  EXPECT_EQ(config->deletes(), 13u);
+  EXPECT_EQ(recorder->routes.size(), 14u);
+  EXPECT_EQ(config->deletes(), 14u);
 }
 
 TEST(RouteConfig, CapacityRefusesNewKeysButNotReplacements) {
@@ -267,9 +274,17 @@ TEST(RouteConfig, ChurnDoesNotGrowTheViaSetTable) {
       model[k] = vias;
     }
     std::set<std::vector<uint32_t>> inUse;
-    for (const auto& [key, vias] : model) inUse.insert(vias);
+    std::map<uint32_t, uint32_t> perVrf;
+    for (const auto& [key, vias] : model) {
+      inUse.insert(vias);
+      ++perVrf[key.vrfId()];
+    }
     ASSERT_EQ(viaSets->size(), inUse.size()) << "step " << step;
     ASSERT_EQ(routes->routeSize(), model.size());
+    for (uint32_t vrf : {0u, 1u}) {
+      ASSERT_EQ(routes->routeCount(vrf, Pando::AddressFamily::ipv4), perVrf[vrf])
+          << "step " << step;
+    }
   }
   for (const Route& r : routes->route()) {
     const ViaSet expected = viaSet(model.at(r.key()));
@@ -281,7 +296,9 @@ TEST(RouteConfig, ChurnDoesNotGrowTheViaSetTable) {
   EXPECT_LE(maxId, keys + 1);
   EXPECT_EQ(viaSets->created() - viaSets->released(), viaSets->size());
   routes->doDeleteRoutesForVrf(0);
-  routes->doDeleteRoutesForVrf(1);
+  EXPECT_EQ(routes->routeCount(0, Pando::AddressFamily::ipv4), 0u);
+  routes->cleanup();
+  EXPECT_EQ(routes->routeCount(1, Pando::AddressFamily::ipv4), 0u);
   EXPECT_EQ(viaSets->size(), 0u);
 }
 

@@ -4,8 +4,9 @@
 // Routes sit densely in a Kel::DenseHashTable, so they iterate in hash order
 // and a paused walk can resume with seek(). Every write that changes something
 // notifies onRoute(key) after the change and counts in adds() or deletes(); a
-// write that changes nothing does neither. Costs: one hash lookup per write;
-// doDeleteRoutesForVrf walks the whole table.
+// write that changes nothing does neither. Costs: one hash lookup per write,
+// and one in a small table of counts per VRF and family when a key comes or
+// goes; doDeleteRoutesForVrf walks the whole table.
 // As a shared-memory table (KelBrisk::Table) it has one collection, "route".
 // Decided here: the capacity limits distinct keys. Adding a new key to a full
 // table raises Kel::RangeError "RouteConfig::route capacity exceeded" and
@@ -17,6 +18,8 @@
 
 #include "Kel/DenseHashTable.h"
 #include "Kel/Entity.h"
+#include "Kel/Hash.h"
+#include "Kel/HashTable.h"
 #include "Kel/Prefetch.h"
 #include "platform/KelBrisk/Table.h"
 #include "platform/Routing/Rib/Route.h"
@@ -70,6 +73,12 @@ class RouteConfig final : public Kel::Entity, public KelBrisk::SingleCollectionT
     }
   }
   uint32_t routeSize() const { return route_.size(); }
+  // The routes of one VRF and family, counted as keys come and go: a VRF's
+  // share of an all-VRF table, without a walk.
+  uint32_t routeCount(Vrf::VrfIdMap::VrfId vrfId, Pando::AddressFamily af) const {
+    const FamilyCount* c = familyCount_.find(familyOf(vrfId, af));
+    return c ? c->count : 0;
+  }
   const RouteTable& route() const { return route_; }
   // Deletes every route, notifying each.
   void cleanup() override;
@@ -77,7 +86,26 @@ class RouteConfig final : public Kel::Entity, public KelBrisk::SingleCollectionT
   uint64_t deletes() const { return deletes_; }
 
  private:
+  struct FamilyCount {
+    uint64_t family;  // familyOf
+    uint32_t count;
+  };
+  struct FamilyCountTraits {
+    using Entry = FamilyCount;
+    using Key = uint64_t;
+    static uint64_t key(const FamilyCount& c) { return c.family; }
+    static uint32_t hash(uint64_t family) {
+      return Kel::hashWords(family, 0, Kel::collectionHashSeed);
+    }
+  };
+  static uint64_t familyOf(Vrf::VrfIdMap::VrfId vrfId, Pando::AddressFamily af) {
+    return uint64_t(vrfId) << 32 | uint32_t(af);
+  }
+  // A key came (+1) or went (-1); a family that empties leaves the table.
+  void familyCountIs(const RouteKey& k, int delta);
+
   RouteTable route_;
+  Kel::HashTable<FamilyCountTraits> familyCount_;
   uint64_t adds_ = 0;
   uint64_t deletes_ = 0;
 };
