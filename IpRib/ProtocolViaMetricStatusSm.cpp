@@ -641,7 +641,8 @@ class ViaMetricStatusSm::KelClock final : public Kel::Clock::Notifiee {
   void onTimeMin() override {
     if (sm_->filingStampsPending() == 0) return sm_->doSweep();
     const double now = Kel::System::currentTime();
-    if (sm_->doFilingStamps(now) && sm_->sweepsPending() != 0) sm_->clock()->timeMinIs(now);
+    Kel::Deadline deadline(now + sm_->sweepQuantum());
+    if (sm_->doFilingStamps(deadline) && sm_->sweepsPending() != 0) sm_->clock()->timeMinIs(now);
   }
 
  private:
@@ -675,14 +676,14 @@ void ViaMetricStatusSm::stampFiled(const Status& rs, Route& route, KelRoute* wat
   filed_.emplace_back(watcher);
 }
 
-bool ViaMetricStatusSm::doFilingStamps(double start) {
+bool ViaMetricStatusSm::doFilingStamps(Kel::Deadline& deadline) {
   while (filedServed_ != filed_.size()) {
     KelRoute& watcher = *filed_[filedServed_++];
     if (!watcher.stampMarked()) continue;
     watcher.stampMarkedIs(false);
     Route& route = *watcher.notifier();
     if (route.filed()) route.routeChangedAtIs(Kel::System::currentTime());
-    if (start + sweepQuantum_ <= Kel::System::currentTime()) break;
+    if (deadline.passed()) break;
   }
   if (filedServed_ != filed_.size()) {
     clock_->timeMinIs(Kel::System::currentTime());
@@ -712,13 +713,13 @@ void ViaMetricStatusSm::sweepIs(const Rib::ViaKey& viaKey) {
 void ViaMetricStatusSm::doSweep() {
   KEL_TRACE(trace, 8, "void Routing::Protocol::ViaMetricStatusSm::doSweep()");
   ++sweepSlices_;
-  const double start = Kel::System::currentTime();
+  Kel::Deadline deadline(Kel::System::currentTime() + sweepQuantum_);
   while (!sweeps_.empty()) {
     Sweep& sweep = sweeps_.front();
     // Held: stamping may not change the index, but the entry outlives no
     // slice by accident either.
     const Kel::Ptr<RouteByViaKey> rbvk = routeByViaKey(sweep.viaKey);
-    if (rbvk && !sweepSlice(sweep, *rbvk, start)) {
+    if (rbvk && !sweepSlice(sweep, *rbvk, deadline)) {
       clock_->timeMinIs(Kel::System::currentTime());
       return;
     }
@@ -728,7 +729,8 @@ void ViaMetricStatusSm::doSweep() {
   }
 }
 
-bool ViaMetricStatusSm::sweepSlice(Sweep& sweep, const RouteByViaKey& rbvk, double start) {
+bool ViaMetricStatusSm::sweepSlice(Sweep& sweep, const RouteByViaKey& rbvk,
+                                   Kel::Deadline& deadline) {
   const RouteSet& routes = rbvk.route();
   const auto from = sweep.bookmark ? routes.seek(*sweep.bookmark) : routes.begin();
   if (from != routes.end()) {
@@ -751,7 +753,7 @@ bool ViaMetricStatusSm::sweepSlice(Sweep& sweep, const RouteByViaKey& rbvk, doub
     }
     // A change of the via while its route was evaluated started the sweep
     // over: the next slice begins again.
-    suspended = sweep.restarts != restarts || start + sweepQuantum_ <= Kel::System::currentTime();
+    suspended = sweep.restarts != restarts || deadline.passed();
     return !suspended;
   });
   if (sweep.restarts != restarts) return false;

@@ -68,6 +68,7 @@
 #include "Kel/Entity.h"
 #include "Kel/NestedReactors.h"
 #include "Kel/Ptr.h"
+#include "Kel/System.h"
 #include "platform/Routing/Rib/Transport.h"
 #include "platform/Routing/Rib/ViaKey.h"
 #include "platform/Routing/Rib/ViaMetricStatus.h"
@@ -144,9 +145,8 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   // ------------------------------------------------------------ deferred stamps
   // Routes marked by a filing and not yet served (toggle on).
   uint32_t filingStampsPending() const { return uint32_t(filed_.size() - filedServed_); }
-  // Serves the marked routes until the quantum from `start` is used; whether
-  // it served them all.
-  bool doFilingStamps(double start);
+  // Serves the marked routes until `deadline` passes; whether it served them all.
+  bool doFilingStamps(Kel::Deadline& deadline);
 
   // ------------------------------------------------------------ nested reactors
   // Keep the reactor of an element whose entity is unchanged, else replace it.
@@ -187,7 +187,7 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   void sweepIs(const Rib::ViaKey& viaKey);
   // One slice of `sweep` until the quantum from `start` is used; whether it
   // finished the sweep.
-  bool sweepSlice(Sweep& sweep, const RouteByViaKey& rbvk, double start);
+  bool sweepSlice(Sweep& sweep, const RouteByViaKey& rbvk, Kel::Deadline& deadline);
   // The route `e` names, with the sweep's traces; null when gone.
   Kel::Ptr<Route> sweptRoute(const PrefixPrefVrfId& e) const;
   // Calls visit(e) for the elements from `from` on, reading ahead the routes
