@@ -275,14 +275,17 @@ class Route final : public Kel::Entity {
     virtual void onRouteChangedAt() {}
     virtual void onFiled() {}
   };
-  explicit Route(const Pando::IpGenPrefix& prefix) : prefix_(prefix) {}
+  explicit Route(const Pando::IpGenPrefix& prefix) : prefix_(prefix) {
+    word_ = Vrf::VrfIdMap::invalidVrfId;
+  }
   const char* typeName() const override { return "Routing::Protocol::Route"; }
 
   const Pando::IpGenPrefix& prefix() const { return prefix_; }
-  Vrf::VrfIdMap::VrfId srcVrfId() const { return srcVrfId_; }
+  // Kept in the entity's spare word.
+  Vrf::VrfIdMap::VrfId srcVrfId() const { return word_; }
   // Seconds on the framework clock of the last change; 0: not ready.
   double routeChangedAt() const { return routeChangedAt_; }
-  void srcVrfIdIs(Vrf::VrfIdMap::VrfId v) { attributeIs(srcVrfId_, v, &Notifiee::onSrcVrfId); }
+  void srcVrfIdIs(Vrf::VrfIdMap::VrfId v) { attributeIs(word_, v, &Notifiee::onSrcVrfId); }
   void routeChangedAtIs(double t) { attributeIs(routeChangedAt_, t, &Notifiee::onRouteChangedAt); }
 
   // Filed in a Status: from its creation there until its removal (a route
@@ -304,7 +307,6 @@ class Route final : public Kel::Entity {
 
   Pando::IpGenPrefix prefix_;
   bool filed_ = false;
-  Vrf::VrfIdMap::VrfId srcVrfId_ = Vrf::VrfIdMap::invalidVrfId;
   RoutePrefMap routePref_;
   double routeChangedAt_ = 0;
 };

@@ -1,7 +1,8 @@
 // A collection kept as a flat sorted array, for the small ones (a route's
 // preferences, a preference's via types and vias). The first InlineCapacity
 // elements (one unless told) live inline, so the common small cases
-// allocate nothing.
+// allocate nothing, and the map is as many words as that: entries are
+// non-null pointers.
 // Iteration is by ascending key, or, when Traits define `hash(key)`
 // (FlatHashedPtrMap), in the order a HashTable of the same keys iterates:
 // ascending (hash, key). Insert, erase and find are O(n): keep it small.
@@ -12,6 +13,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -25,20 +27,32 @@ class FlatMap {
   using Entry = typename Traits::Entry;
   using Key = typename Traits::Key;
   using const_iterator = const Entry*;
-  static_assert(alignof(Entry) <= alignof(void*), "pooled blocks are word-aligned");
+  // Entries are non-null pointers (Ptr): an inline slot holds one or is
+  // zero, so that the map needs no count of its own, and past the inline
+  // capacity the first slot holds the heap array's address, tagged in bit 0
+  // (the array starts with its size and capacity). A route's preferences
+  // then cost one word, not two.
+  static_assert(sizeof(Entry) == sizeof(uintptr_t) && alignof(Entry) == alignof(uintptr_t),
+                "entries are one pointer");
+  static_assert(InlineCapacity >= 1);
 
   FlatMap() = default;
   FlatMap(const FlatMap&) = delete;
   FlatMap& operator=(const FlatMap&) = delete;
   ~FlatMap() {
     clearEntries();
-    if (onHeap()) Pool::deallocate(heap_, bytes());
+    if (onHeap()) Pool::deallocate(header(), bytes());
   }
 
-  uint32_t size() const { return size_; }
-  bool empty() const { return size_ == 0; }
+  uint32_t size() const {
+    if (onHeap()) return header()->size;
+    uint32_t n = 0;
+    while (n < InlineCapacity && slot(n) != 0) ++n;
+    return n;
+  }
+  bool empty() const { return onHeap() ? header()->size == 0 : slot(0) == 0; }
   const Entry* begin() const { return data(); }
-  const Entry* end() const { return data() + size_; }
+  const Entry* end() const { return data() + size(); }
   const Entry& front() const { return data()[0]; }
 
   const Entry* find(const Key& key) const {
@@ -48,55 +62,91 @@ class FlatMap {
   Entry* find(const Key& key) { return const_cast<Entry*>(std::as_const(*this).find(key)); }
 
   // Inserts unless the key is present; returns the stored entry and whether
-  // it was inserted.
+  // it was inserted. The entry must not be null.
   std::pair<Entry*, bool> insert(Entry&& entry) {
+    const uint32_t n = size();
     uint32_t p = uint32_t(lowerBound(Traits::key(entry)) - data());
-    if (p < size_ && Traits::key(data()[p]) == Traits::key(entry)) return {data() + p, false};
-    if (size_ == capacity_) reserve(capacity_ * 2);
+    if (p < n && Traits::key(data()[p]) == Traits::key(entry)) return {data() + p, false};
+    if (n == capacity()) grow(capacity() * 2);
     Entry* d = data();
-    if (p == size_) {
-      new (d + size_) Entry(std::move(entry));
+    if (p == n) {
+      new (d + n) Entry(std::move(entry));
     } else {
-      new (d + size_) Entry(std::move(d[size_ - 1]));
-      for (uint32_t i = size_ - 1; i > p; --i) d[i] = std::move(d[i - 1]);
+      new (d + n) Entry(std::move(d[n - 1]));
+      for (uint32_t i = n - 1; i > p; --i) d[i] = std::move(d[i - 1]);
       d[p] = std::move(entry);
     }
-    ++size_;
+    sizeIs(n + 1);
     return {d + p, true};
   }
 
   bool erase(const Key& key) {
     Entry* e = find(key);
     if (e == nullptr) return false;
+    // Counted first: inline, moving the entry out ends the count there.
+    const uint32_t n = size();
     // Keep the entry alive until the array is consistent: its destructor may re-enter.
     [[maybe_unused]] Entry gone(std::move(*e));
     Entry* d = data();
-    for (Entry* i = e; i + 1 < d + size_; ++i) *i = std::move(*(i + 1));
-    d[--size_].~Entry();
+    for (Entry* i = e; i + 1 < d + n; ++i) *i = std::move(*(i + 1));
+    dropLast(n);
     return true;
   }
 
   // Removes and returns the last element; the map must not be empty.
   Entry popBack() {
-    Entry out(std::move(data()[size_ - 1]));
-    data()[--size_].~Entry();
+    const uint32_t n = size();
+    Entry out(std::move(data()[n - 1]));
+    dropLast(n);
     return out;
   }
 
   void clear() {
-    while (size_ != 0) popBack();
+    while (!empty()) popBack();
   }
 
-  size_t bytes() const { return onHeap() ? capacity_ * sizeof(Entry) : 0; }
+  size_t bytes() const {
+    return onHeap() ? sizeof(Header) + header()->capacity * sizeof(Entry) : 0;
+  }
 
  private:
-  bool onHeap() const { return capacity_ > InlineCapacity; }
-  Entry* data() { return onHeap() ? heap_ : reinterpret_cast<Entry*>(&inline_); }
-  const Entry* data() const { return onHeap() ? heap_ : reinterpret_cast<const Entry*>(&inline_); }
+  struct Header {
+    uint32_t size;
+    uint32_t capacity;
+  };
+  static_assert(sizeof(Header) % alignof(Entry) == 0);
+
+  uintptr_t slot(uint32_t i) const {
+    uintptr_t w;
+    std::memcpy(&w, slots_ + i * sizeof(Entry), sizeof w);
+    return w;
+  }
+  void slotIs(uint32_t i, uintptr_t w) { std::memcpy(slots_ + i * sizeof(Entry), &w, sizeof w); }
+  bool onHeap() const { return (slot(0) & 1) != 0; }
+  Header* header() const { return reinterpret_cast<Header*>(slot(0) & ~uintptr_t(1)); }
+  uint32_t capacity() const { return onHeap() ? header()->capacity : InlineCapacity; }
+  Entry* data() {
+    return onHeap() ? reinterpret_cast<Entry*>(header() + 1)
+                    : std::launder(reinterpret_cast<Entry*>(slots_));
+  }
+  const Entry* data() const { return const_cast<FlatMap*>(this)->data(); }
+  // Inline, the count is the entries themselves.
+  void sizeIs(uint32_t n) {
+    if (onHeap()) header()->size = n;
+  }
+  // The last of `n` entries, moved from, goes.
+  void dropLast(uint32_t n) {
+    data()[n - 1].~Entry();
+    if (onHeap()) {
+      header()->size = n - 1;
+    } else {
+      slotIs(n - 1, 0);
+    }
+  }
 
   const Entry* lowerBound(const Key& key) const {
     const Entry* e = data();
-    const Entry* last = e + size_;
+    const Entry* last = e + size();
     if constexpr (requires { Traits::hash(key); }) {
       const uint32_t h = Traits::hash(key);
       for (; e != last; ++e) {
@@ -110,30 +160,37 @@ class FlatMap {
   }
 
   // Only ever grows past the inline capacity.
-  void reserve(uint32_t capacity) {
-    Entry* fresh = static_cast<Entry*>(Pool::allocate(sizeof(Entry) * capacity));
+  void grow(uint32_t capacity) {
+    const uint32_t n = size();
+    auto* fresh = static_cast<Header*>(Pool::allocate(sizeof(Header) + sizeof(Entry) * capacity));
+    fresh->size = n;
+    fresh->capacity = capacity;
+    Entry* to = reinterpret_cast<Entry*>(fresh + 1);
     Entry* d = data();
-    for (uint32_t i = 0; i < size_; ++i) {
-      new (fresh + i) Entry(std::move(d[i]));
+    for (uint32_t i = 0; i < n; ++i) {
+      new (to + i) Entry(std::move(d[i]));
       d[i].~Entry();
     }
-    if (onHeap()) Pool::deallocate(heap_, bytes());
-    heap_ = fresh;
-    capacity_ = capacity;
+    if (onHeap()) {
+      Pool::deallocate(header(), bytes());
+    } else {
+      for (uint32_t i = 1; i < InlineCapacity; ++i) slotIs(i, 0);
+    }
+    slotIs(0, reinterpret_cast<uintptr_t>(fresh) | 1);
   }
 
   void clearEntries() {
+    const uint32_t n = size();
     Entry* d = data();
-    for (uint32_t i = 0; i < size_; ++i) d[i].~Entry();
-    size_ = 0;
+    for (uint32_t i = 0; i < n; ++i) d[i].~Entry();
+    if (onHeap()) {
+      header()->size = 0;
+    } else {
+      for (uint32_t i = 0; i < InlineCapacity; ++i) slotIs(i, 0);
+    }
   }
 
-  union {
-    Entry* heap_;
-    alignas(Entry) unsigned char inline_[sizeof(Entry) * InlineCapacity];
-  };
-  uint32_t size_ = 0;
-  uint32_t capacity_ = InlineCapacity;
+  alignas(Entry) unsigned char slots_[InlineCapacity * sizeof(Entry)] = {};
 };
 
 }  // namespace Kel
