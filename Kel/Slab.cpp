@@ -28,10 +28,24 @@ namespace {
 
 Slab::Usage total;
 
-// Regions come from huge-page chunks that every slab shares: blocks read at
-// random by passes over many routes miss the TLB far less than on 4 KiB
-// pages, and a region costs no system call. A chunk goes back to the system
-// once the last of its regions is given back.
+// `bytes` (a power of two) mapped apart from the heap, aligned to their size.
+void* mapAligned(std::size_t bytes) {
+  // Map twice the size and keep the aligned half: mmap aligns to pages only.
+  void* m = mmap(nullptr, 2 * bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (m == MAP_FAILED) throw std::bad_alloc();
+  const auto start = reinterpret_cast<uintptr_t>(m);
+  const uintptr_t aligned = (start + bytes - 1) & ~(bytes - 1);
+  if (aligned != start) munmap(m, aligned - start);
+  if (aligned + bytes != start + 2 * bytes) {
+    munmap(reinterpret_cast<void*>(aligned + bytes), start + bytes - aligned);
+  }
+  return reinterpret_cast<void*>(aligned);
+}
+
+// A slab's regions past its first few come from huge-page chunks that every
+// slab shares: blocks read at random by passes over many routes miss the TLB
+// far less than on 4 KiB pages, and a region costs no system call. A chunk
+// goes back to the system once the last of its regions is given back.
 class RegionSource {
  public:
   static constexpr std::size_t chunkBytes = HugePages::bytes;
@@ -76,16 +90,7 @@ class RegionSource {
   };
 
   void newChunk() {
-    // Map twice the size and keep the aligned half: mmap aligns to pages only.
-    void* m =
-        mmap(nullptr, 2 * chunkBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (m == MAP_FAILED) throw std::bad_alloc();
-    const auto start = reinterpret_cast<uintptr_t>(m);
-    const uintptr_t aligned = (start + chunkBytes - 1) & ~(chunkBytes - 1);
-    if (aligned != start) munmap(m, aligned - start);
-    if (aligned + chunkBytes != start + 2 * chunkBytes) {
-      munmap(reinterpret_cast<void*>(aligned + chunkBytes), start + chunkBytes - aligned);
-    }
+    const auto aligned = reinterpret_cast<uintptr_t>(mapAligned(chunkBytes));
     HugePages::advise(reinterpret_cast<void*>(aligned), chunkBytes);
     auto chunk = std::make_unique<Chunk>();
     chunk->base = aligned;
@@ -191,9 +196,14 @@ uint32_t Slab::nextMarked(const Region* r, uint32_t b) const {
 }
 
 Slab::Region* Slab::newRegion() {
-  auto* r = static_cast<Region*>(regionSource().take());
+  // The first few on 4 KiB pages of their own, touched as they fill: a huge
+  // page is resident whole once touched, and thousands of small slabs (a
+  // VRF's each) would hold one region of it each.
+  const bool huge = regions_.size() - spareIndex_.size() >= smallRegions;
+  auto* r = static_cast<Region*>(huge ? regionSource().take() : mapAligned(regionBytes));
   // No block is marked, and the header's counts start at zero.
   std::memset(static_cast<void*>(r), 0, headerBytes_);
+  r->huge = huge;
   r->slab = this;
   r->blockOffset = headerBytes_;
   if (spareIndex_.empty()) {
@@ -222,7 +232,11 @@ void Slab::dropRegion(Region* r) {
     spareIndex_.push_back(r->index);
   }
   KEL_SLAB_UNPOISON(r, regionBytes);
-  regionSource().give(r);
+  if (r->huge) {
+    regionSource().give(r);
+  } else {
+    munmap(r, regionBytes);
+  }
 }
 
 void Slab::openIs(Region* r, bool open) {

@@ -5,12 +5,13 @@
 // - a 32-bit handle, half a pointer, to keep in large tables;
 // - a walk over the blocks that carry a mark (a bit the user sets).
 //
-// Blocks are carved from 64 KiB regions aligned to their size, cut from huge
-// pages mapped apart from the heap and shared by every slab; a block's region
-// is its address with the low bits cleared, and the region's header names the
-// slab. A region is carved as it fills and given back as soon as its last
-// block is freed, so that a slab that empties holds nothing; a huge page goes
-// back to the system once all its regions are back.
+// Blocks are carved from 64 KiB regions aligned to their size and mapped
+// apart from the heap: a slab's first few on 4 KiB pages of their own, so that
+// a small slab touches a page or two, the rest cut from huge pages shared by
+// every slab. A block's region is its address with the low bits cleared, and
+// the region's header names the slab. A region is carved as it fills and
+// given back as soon as its last block is freed, so that a slab that empties
+// holds nothing; a huge page goes back to the system once all its regions are.
 // Accounting (usage()) counts, like the pool's, the live blocks and the
 // region headers, not the untouched rest of a region.
 //
@@ -30,6 +31,8 @@ namespace Kel {
 class Slab {
  public:
   static constexpr std::size_t regionBytes = std::size_t(64) << 10;
+  // Regions a slab maps on their own before it takes huge-page ones.
+  static constexpr std::size_t smallRegions = 4;
   // Blocks per region fit in this many bits of a handle.
   static constexpr uint32_t blockBits = 13;
   static constexpr uint32_t nullHandle = UINT32_MAX;
@@ -97,6 +100,7 @@ class Slab {
     uint32_t carved;
     uint32_t blockOffset;  // from the region's start
     bool open;             // has room, and is on the slab's open list
+    bool huge;             // cut from a shared huge page
 
     // One bit per block, right after the header's fields.
     uint64_t* marks() { return reinterpret_cast<uint64_t*>(this + 1); }

@@ -56,29 +56,40 @@ TEST(SlabTest, BlocksFindTheirSlabAndHandlesAndAnEmptySlabHoldsNothing) {
   Kel::Slab::deallocate(slab.allocate());
 }
 
-// Regions given back by one slab are carved again by another, which finds
-// no mark and no block of the first in them, and hands out each block once.
-TEST(SlabTest, ARegionGivenBackComesAgainClean) {
+// Past its first few regions a slab takes huge-page ones, shared by every
+// slab: those another slab gave back are carved again, with no mark and no
+// block of the first left in them, and each block handed out once. A slab
+// kept alive holds the huge page, so that it stays mapped throughout.
+TEST(SlabTest, AHugePageRegionGivenBackComesAgainClean) {
+  const auto fill = [](Kel::Slab& slab, int n) {
+    std::vector<void*> blocks;
+    for (int i = 0; i < n; ++i) blocks.push_back(slab.allocate());
+    return blocks;
+  };
+  // Blocks enough for the small regions and a huge-page one or two.
+  const int blocks = int((Kel::Slab::smallRegions + 1) * Kel::Slab::regionBytes / 64);
+  Kel::Slab keeper(64);
+  const std::vector<void*> kept = fill(keeper, blocks);
   std::set<void*> firstBlocks;
   {
     Kel::Slab first(64);
-    std::vector<void*> blocks;
-    for (int i = 0; i < 5000; ++i) blocks.push_back(first.allocate());  // several regions
-    for (void* b : blocks) Kel::Slab::markIs(b, true);
-    for (void* b : blocks) Kel::Slab::deallocate(b);
-    firstBlocks.insert(blocks.begin(), blocks.end());
+    const std::vector<void*> carved = fill(first, blocks);
+    for (void* b : carved) Kel::Slab::markIs(b, true);
+    for (void* b : carved) Kel::Slab::deallocate(b);
+    firstBlocks.insert(carved.begin(), carved.end());
   }
   Kel::Slab second(64);
-  std::set<void*> blocks;
-  for (int i = 0; i < 5000; ++i) blocks.insert(second.allocate());
-  EXPECT_EQ(blocks.size(), 5000u);
+  const std::vector<void*> carved = fill(second, blocks);
+  const std::set<void*> distinct(carved.begin(), carved.end());
+  EXPECT_EQ(distinct.size(), carved.size());
   size_t reused = 0;
-  for (void* b : blocks) reused += firstBlocks.count(b);
-  EXPECT_GT(reused, 0u) << "the first slab's regions were carved again";
+  for (void* b : carved) reused += firstBlocks.count(b);
+  EXPECT_GT(reused, 0u) << "the first slab's huge-page region was carved again";
   size_t marked = 0;
   second.forEachMarked([&](void*) { ++marked; });
   EXPECT_EQ(marked, 0u);
-  for (void* b : blocks) Kel::Slab::deallocate(b);
+  for (void* b : carved) Kel::Slab::deallocate(b);
+  for (void* b : kept) Kel::Slab::deallocate(b);
 }
 
 TEST(SlabDeathTest, ASlabGoesOnlyOnceEmpty) {
