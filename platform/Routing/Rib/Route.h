@@ -3,7 +3,9 @@
 // The route holds its via set by Ptr, which keeps the shared entry alive;
 // viaSetKey() is read off that entry. == compares every field, the via set by
 // pointer (entries are deduplicated, so equal contents share one pointer).
-// A RIB holds a million of these: fields are laid out for 56 bytes.
+// A RIB holds a million of these: fields are laid out for 48 bytes (the
+// preference is kept apart from the metric, so that the one-byte fields
+// share a word).
 // Decided here: a new route is protocol 0, 0/0, forward, tag 0, no via set,
 // no source VRF (invalidVrfId) and no flags.
 #pragma once
@@ -32,7 +34,7 @@ class Route {
 
   const RouteKey& key() const { return key_; }
   RoutingProtocol routingProtocol() const { return routingProtocol_; }
-  const MetricPref& metricPref() const { return metricPref_; }
+  MetricPref metricPref() const { return MetricPref(preference_, metric_); }
   Fib::RouteType fibRouteType() const { return fibRouteType_; }
   uint32_t tag() const { return tag_; }
   // The via set's key, or the empty key for none.
@@ -42,7 +44,10 @@ class Route {
   uint8_t flags() const { return flags_; }
 
   void routingProtocolIs(RoutingProtocol p) { routingProtocol_ = p; }
-  void metricPrefIs(const MetricPref& m) { metricPref_ = m; }
+  void metricPrefIs(const MetricPref& m) {
+    preference_ = m.preference;
+    metric_ = m.metric;
+  }
   void fibRouteTypeIs(Fib::RouteType t) { fibRouteType_ = t; }
   void tagIs(uint32_t t) { tag_ = t; }
   void viaSetIs(Kel::Ptr<const ViaSetEntry> s) { viaSet_ = std::move(s); }
@@ -56,15 +61,16 @@ class Route {
 
   RouteKey key_;
   Kel::Ptr<const ViaSetEntry> viaSet_;
-  MetricPref metricPref_;
+  RouteMetric metric_ = 0;
   uint32_t tag_ = 0;
   Vrf::VrfIdMap::VrfId srcVrfId_ = Vrf::VrfIdMap::invalidVrfId;
+  RoutePreference preference_ = 0;
   RoutingProtocol routingProtocol_ = 0;
   Fib::RouteType fibRouteType_ = Fib::RouteType::routeTypeForward;
   uint8_t flags_ = 0;
 };
 
-static_assert(sizeof(Route) == 56);
+static_assert(sizeof(Route) == 48);
 
 // "0:10.1.0.0/24 proto 2 pref 1 metric 10 viaSet 3 tag 0 srcVrf 16777215 flags 0x0".
 std::ostream& operator<<(std::ostream& os, const Route& r);
