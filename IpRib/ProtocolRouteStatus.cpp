@@ -172,17 +172,25 @@ Kel::Ptr<DedupViaKeyByViaType> RoutePref::dedupViaKeyByViaType(const ViaType& t)
 Kel::Ptr<DedupViaKeyByViaType> RoutePref::dedupViaKeyByViaTypeIs(const ViaType& t) {
   auto [entry, inserted] = dedupViaKeyByViaType_.insert(Kel::makePtr<DedupViaKeyByViaType>(t));
   Kel::Ptr<DedupViaKeyByViaType> byType = *entry;
-  if (inserted) notifyKey(&Notifiee::onDedupViaKeyByViaType, t);
+  if (inserted) {
+    if (nestedParent()) byType->nestedParentIs(this);
+    notifyKey(&Notifiee::onDedupViaKeyByViaType, t);
+  }
   return byType;
 }
 
 void RoutePref::dedupViaKeyByViaTypeDel(const ViaType& t) {
-  if (dedupViaKeyByViaType_.erase(t)) notifyKey(&Notifiee::onDedupViaKeyByViaType, t);
+  const auto* e = dedupViaKeyByViaType_.find(t);
+  if (e == nullptr) return;
+  (*e)->nestedParentIs(nullptr);
+  dedupViaKeyByViaType_.erase(t);
+  notifyKey(&Notifiee::onDedupViaKeyByViaType, t);
 }
 
 void RoutePref::dedupViaKeyByViaTypeDelAll() {
   while (!dedupViaKeyByViaType_.empty()) {
     Kel::Ptr<DedupViaKeyByViaType> byType = dedupViaKeyByViaType_.popBack();
+    byType->nestedParentIs(nullptr);
     notifyKey(&Notifiee::onDedupViaKeyByViaType, byType->viaType());
   }
 }
@@ -199,6 +207,7 @@ void RoutePref::dedupViaKeyIs(const ViaType& t, Kel::Ptr<const Rib::DedupViaKey>
   // Fill a new by-type entry before it is filed, so nobody sees it empty.
   auto byType = Kel::makePtr<DedupViaKeyByViaType>(t);
   byType->dedupViaKeyIs(viaKey, std::move(entry));
+  if (nestedParent()) byType->nestedParentIs(this);
   dedupViaKeyByViaType_.insert(std::move(byType));
   notifyKey(&Notifiee::onDedupViaKeyByViaType, t);
 }
@@ -220,6 +229,13 @@ void RoutePref::dedupViaKeyDelAll(const ViaType& t) {
   if (!byType) return;
   dedupViaKeyByViaTypeDel(t);
   byType->dedupViaKeyDelAll();
+}
+
+void RoutePref::subtreeLinkIs(const Route* route) {
+  nestedParentIs(route);
+  for (const Kel::Ptr<DedupViaKeyByViaType>& byType : dedupViaKeyByViaType_) {
+    byType->nestedParentIs(route ? this : nullptr);
+  }
 }
 
 Kel::Ptr<const Rib::DedupViaKey> RoutePref::dedupEvpnVtepIpViaKey(const Rib::ViaKey& k) const {
@@ -288,19 +304,37 @@ Kel::Ptr<RoutePref> Route::routePref(RoutePreference p) const {
 Kel::Ptr<RoutePref> Route::routePrefIs(RoutePreference p) {
   if (const auto* e = routePref_.find(p)) return *e;
   Kel::Ptr<RoutePref> pref = *routePref_.insert(Kel::makePtr<RoutePref>(p)).first;
+  if (nestedWatchers_ != 0) pref->subtreeLinkIs(this);
   notifyKey(&Notifiee::onRoutePref, p);
   return pref;
 }
 
 void Route::routePrefDel(RoutePreference p) {
-  if (routePref_.erase(p)) notifyKey(&Notifiee::onRoutePref, p);
+  const auto* e = routePref_.find(p);
+  if (e == nullptr) return;
+  (*e)->subtreeLinkIs(nullptr);
+  routePref_.erase(p);
+  notifyKey(&Notifiee::onRoutePref, p);
 }
 
 void Route::routePrefDelAll() {
   while (!routePref_.empty()) {
     Kel::Ptr<RoutePref> pref = routePref_.popBack();
+    pref->subtreeLinkIs(nullptr);
     notifyKey(&Notifiee::onRoutePref, pref->preference());
   }
+}
+
+void Route::nestedWatcherIs() {
+  KEL_ASSERT(nestedWatchers_ != UINT8_MAX);
+  if (nestedWatchers_++ != 0) return;
+  for (const Kel::Ptr<RoutePref>& pref : routePref_) pref->subtreeLinkIs(this);
+}
+
+void Route::nestedWatcherDel() {
+  KEL_ASSERT(nestedWatchers_ != 0);
+  if (--nestedWatchers_ != 0) return;
+  for (const Kel::Ptr<RoutePref>& pref : routePref_) pref->subtreeLinkIs(nullptr);
 }
 
 // --------------------------------------------------------------------- Status

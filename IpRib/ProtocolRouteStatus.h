@@ -120,6 +120,8 @@ class ContainerKeySet final : public Kel::Entity {
   Kel::HashedSet<ContainerKey> containerKey_;
 };
 
+class Route;
+
 // One via with its metric.
 class DedupViaKeyMetric final : public Kel::Entity {
  public:
@@ -254,6 +256,9 @@ class RoutePref final : public Kel::Entity {
     Kel::HashedSet<Rib::ViaKey> bfdTrackedViaColl;
   };
   Extras& extras();
+  friend class Route;
+  // Links this preference to `route` and its via types to it (null: unlinks them).
+  void subtreeLinkIs(const Route* route);
 
   RoutePreference preference_;
   uint8_t fecType_ = 0;
@@ -301,12 +306,20 @@ class Route final : public Kel::Entity {
   void routePrefDel(RoutePreference p);
   void routePrefDelAll();
 
+  // A reactor that hears the whole route through handleNested, with the
+  // preference whose part changed, rather than through a reactor on every
+  // preference and via type: while one or more do (counted), the route's
+  // preferences and via types pass their changes up (Kel::Entity).
+  void nestedWatcherIs();
+  void nestedWatcherDel();
+
  private:
   friend class Status;
   void filedIs(bool v) { attributeIs(filed_, v, &Notifiee::onFiled); }
 
   Pando::IpGenPrefix prefix_;
   bool filed_ = false;
+  uint8_t nestedWatchers_ = 0;
   RoutePrefMap routePref_;
   double routeChangedAt_ = 0;
 };

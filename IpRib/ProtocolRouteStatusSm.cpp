@@ -40,19 +40,19 @@ auto* metricLevel(const Map& map, const Key& key) {
 // ------------------------------------------------------------ nested reactors
 
 // One per route of the status, kept in RouteStatusSm's slab: it finds
-// RouteStatusSm from its own address.
-class RouteStatusSm::KelRoute final : public Route::Notifiee {
+// RouteStatusSm from its own address. Either a KelRoute, with nested
+// reactors that mirror the route's preferences and via types, or with
+// "SingleRouteReactor" on a KelRouteSingle, which hears them through the
+// route: 24 bytes a route instead of 120 in three objects.
+class RouteStatusSm::KelRouteBase : public Route::Notifiee {
  public:
-  class KelRoutePref;
-  explicit KelRoute(Route* route);
   static void* operator new(std::size_t size, Kel::Slab& slab) {
-    return Kel::NestedReactorSlab<KelRoute>::slabAllocate(size, slab);
+    return Kel::NestedReactorSlab<KelRouteBase>::slabAllocate(size, slab);
   }
   static void operator delete(void* p) { Kel::Slab::deallocate(p); }
   static void operator delete(void* p, Kel::Slab&) { Kel::Slab::deallocate(p); }
 
   const Pando::IpGenPrefix& key() const { return notifier()->prefix(); }
-  void onRoutePref(const RoutePreference& pref) override;
   void onRouteChangedAt() override { sm()->handleRouteOf(*notifier()); }
   // The route left the status: its reactor goes (the status's reactor then
   // deletes the RIB route).
@@ -66,13 +66,49 @@ class RouteStatusSm::KelRoute final : public Route::Notifiee {
     const Rib::RouteConfig& rib = *sm.ribConfig_;
     rib.prefetchRouteStep(rib.routeHashOf(Rib::RouteKey(sm.vrfId_, key())), step);
   }
+  RouteStatusSm* sm() const {
+    return static_cast<RouteStatusSm*>(Kel::NestedReactorSlab<KelRouteBase>::owner(this));
+  }
+};
+
+class RouteStatusSm::KelRoute final : public KelRouteBase {
+ public:
+  class KelRoutePref;
+  explicit KelRoute(Route* route);
+  void onRoutePref(const RoutePreference& pref) override;
 
  private:
-  RouteStatusSm* sm() const {
-    return static_cast<RouteStatusSm*>(Kel::NestedReactorSlab<KelRoute>::owner(this));
-  }
   Kel::NestedReactors<RoutePreference, KelRoutePref, Kel::FlatMap> kelRoutePref_;
 };
+
+class RouteStatusSm::KelRouteSingle final : public KelRouteBase {
+ public:
+  explicit KelRouteSingle(Route* route);
+  ~KelRouteSingle() override { notifier()->nestedWatcherDel(); }
+  void onRoutePref(const RoutePreference& pref) override {
+    handlePref(pref, notifier()->routePref(pref).ptr());
+  }
+  // A change at one preference, or in one of its via types.
+  void handleNested(const Kel::Entity& pref) override {
+    const auto& routePref = static_cast<const RoutePref&>(pref);
+    handlePref(routePref.preference(), &routePref);
+  }
+  void handleDel() override { sm()->bfdTrackedViaDelAll(key()); }
+
+ private:
+  void handlePref(RoutePreference pref, const RoutePref* routePref) {
+    sm()->bfdTrackedViaSync(key(), pref, routePref);
+    sm()->handleRouteOf(*notifier());
+  }
+};
+
+RouteStatusSm::KelRouteSingle::KelRouteSingle(Route* route) {
+  notifierIs(route);
+  route->nestedWatcherIs();
+  for (const Kel::Ptr<RoutePref>& p : route->routePref()) {
+    sm()->bfdTrackedViaSync(key(), p->preference(), p.ptr());
+  }
+}
 
 class RouteStatusSm::KelRoute::KelRoutePref final : public RoutePref::Notifiee {
  public:
@@ -296,8 +332,9 @@ RouteStatusSm::RouteStatusSm(
       viaMetricStatusByVrf_(viaMetricStatusByVrf),
       ribString_(ribString),
       viaStatusByVrf_(viaStatusByVrf),
+      singleRouteReactor_(Flipset::getToggleState("SingleRouteReactor")),
       kelStatus_(this),
-      kelRoute_(this),
+      kelRoute_(this, singleRouteReactor_ ? sizeof(KelRouteSingle) : sizeof(KelRoute)),
       kelClock_(this),
       kelIpViaMetricStatus_(this),
       kelEvpnViaMetricStatus_(this),
@@ -341,10 +378,53 @@ void RouteStatusSm::routeIs(const Kel::Ptr<Route>& route) {
   // The route will be evaluated soon: start loading its RIB slot, so that
   // this miss overlaps the reactor's.
   prefetchRibSlot(route->prefix());
-  kelRoute_.make(route.ptr());
+  makeRouteReactor(route.ptr());
 }
 
-void RouteStatusSm::routeDel(KelRoute* reactor) { kelRoute_.erase(reactor); }
+void RouteStatusSm::routeDel(KelRouteBase* reactor) { kelRoute_.erase(reactor); }
+
+void RouteStatusSm::makeRouteReactor(Route* route) {
+  if (singleRouteReactor_) {
+    kelRoute_.make<KelRouteSingle>(route);
+  } else {
+    kelRoute_.make<KelRoute>(route);
+  }
+}
+
+void RouteStatusSm::bfdTrackedViaSync(const Pando::IpGenPrefix& prefix, RoutePreference pref,
+                                      const RoutePref* routePref) {
+  const bool tracks = routePref && routePref->bfdTrackedViaCollSize() != 0;
+  if (!tracks && bfdTrackedVia_.empty()) return;  // the rule: no BFD anywhere
+  const RouteKey routeKey(prefix, pref);
+  const auto filed = bfdTrackedVia_.find(routeKey);
+  if (!tracks && filed == bfdTrackedVia_.end()) return;
+  std::vector<Rib::ViaKey> was;
+  if (filed != bfdTrackedVia_.end()) was = std::move(filed->second);
+  std::vector<Rib::ViaKey> now;
+  if (routePref)
+    routePref->forEachBfdTrackedVia([&now](const Rib::ViaKey& via) { now.push_back(via); });
+  for (const Rib::ViaKey& via : was) {
+    if (std::find(now.begin(), now.end(), via) == now.end())
+      handleBfdTrackedVia(routeKey, via, false);
+  }
+  for (const Rib::ViaKey& via : now) {
+    if (std::find(was.begin(), was.end(), via) == was.end())
+      handleBfdTrackedVia(routeKey, via, true);
+  }
+  if (now.empty()) {
+    bfdTrackedVia_.erase(routeKey);
+  } else {
+    bfdTrackedVia_[routeKey] = std::move(now);
+  }
+}
+
+void RouteStatusSm::bfdTrackedViaDelAll(const Pando::IpGenPrefix& prefix) {
+  auto it = bfdTrackedVia_.lower_bound(RouteKey(prefix, 0));
+  while (it != bfdTrackedVia_.end() && it->first.prefix() == prefix) {
+    for (const Rib::ViaKey& via : it->second) handleBfdTrackedVia(it->first, via, false);
+    it = bfdTrackedVia_.erase(it);
+  }
+}
 
 void RouteStatusSm::attachRoutes() {
   // A reactor reads its route, the route's preferences and their via types:
@@ -362,7 +442,7 @@ void RouteStatusSm::attachRoutes() {
   };
   for (uint32_t i = 0; i < ahead.lead; ++i) pushAhead();
   for (const Kel::Ptr<Route>& route : routes) {
-    kelRoute_.make(route.ptr());
+    makeRouteReactor(route.ptr());
     pushAhead();
   }
 }

@@ -27,8 +27,10 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "IpRib/ProtocolGrTypes.h"
 #include "IpRib/ProtocolRouteStatus.h"
@@ -169,7 +171,9 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   uint64_t reviewSlices() const { return reviewSlices_; }
 
   class KelStatus;
+  class KelRouteBase;
   class KelRoute;
+  class KelRouteSingle;
   class KelClock;
   class KelViaMetricStatus;
   class KelNhdGraph;
@@ -247,7 +251,15 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   // Starts loading the RIB slot where the prefix's route is looked up.
   void prefetchRibSlot(const Pando::IpGenPrefix& prefix) const;
   // Drops a route's reactor (its route left the status).
-  void routeDel(KelRoute* reactor);
+  void routeDel(KelRouteBase* reactor);
+  void makeRouteReactor(Route* route);
+  // With "SingleRouteReactor" on, no preference has a reactor to hold its
+  // BFD-tracked vias when it goes: the route's reactor files them here and
+  // keeps what it filed. Syncs the requests of one preference with its
+  // bfdTrackedViaColl (none when `routePref` is null, gone); withdraws all of a prefix.
+  void bfdTrackedViaSync(const Pando::IpGenPrefix& prefix, RoutePreference pref,
+                         const RoutePref* routePref);
+  void bfdTrackedViaDelAll(const Pando::IpGenPrefix& prefix);
 
   // Inputs, in the constructor's order.
   L3::VrfName vrfName_;
@@ -288,12 +300,18 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   static ViaPick scratch_[2];
   static uint32_t evaluationDepth_;
   bool reviewing_ = false;  // a review's evaluation is under way
+  // "SingleRouteReactor", read once: a route's reactors are of one kind.
+  bool singleRouteReactor_;
+  // What the route reactors filed with "SingleRouteReactor" on, by route
+  // and preference: rare, and ordered so that a prefix's preferences are
+  // found together.
+  std::map<RouteKey, std::vector<Rib::ViaKey>> bfdTrackedVia_;
 
   Kel::NestedReactor<KelStatus> kelStatus_;
   // Reached through their routes: a table of a million reactors would cost
   // a cache miss for every route the protocol adds. In a slab of their own,
   // they need neither links nor a pointer back (24 bytes a route).
-  Kel::NestedReactorSlab<KelRoute> kelRoute_;
+  Kel::NestedReactorSlab<KelRouteBase> kelRoute_;
   Kel::NestedReactor<KelClock> kelClock_;
   Kel::NestedReactor<KelViaMetricStatus> kelIpViaMetricStatus_;
   Kel::NestedReactor<KelViaMetricStatus> kelEvpnViaMetricStatus_;

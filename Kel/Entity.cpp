@@ -33,15 +33,38 @@ Entity::~Entity() {
 }
 
 size_t Entity::notifieeCount() const {
-  if ((reactors_ & hubTag) == 0) return reactors_ != 0 ? 1 : 0;
+  if ((reactors_ & hubTag) == 0) return reactors_ != 0 && (reactors_ & parentTag) == 0 ? 1 : 0;
   NotifieeBase** l = hub()->list();
-  return size_t(std::count_if(l, l + hub()->size, [](NotifieeBase* r) { return r != nullptr; }));
+  return size_t(std::count_if(l, l + hub()->size,
+                              [](NotifieeBase* r) { return r != nullptr && !isParentLink(r); }));
+}
+
+void Entity::notifyNested(const Entity& child) const {
+  notify<NotifieeBase>([&child](NotifieeBase* n) { n->handleNested(child); });
+}
+
+const Entity* Entity::nestedParent() const {
+  if ((reactors_ & hubTag) == 0) return reactors_ & parentTag ? parentOf(reactors_) : nullptr;
+  NotifieeBase** l = hub()->list();
+  NotifieeBase** it =
+      std::find_if(l, l + hub()->size, [](NotifieeBase* r) { return isParentLink(r); });
+  return it == l + hub()->size ? nullptr : parentOf(reinterpret_cast<uintptr_t>(*it));
+}
+
+void Entity::nestedParentIs(const Entity* parent) {
+  const Entity* present = nestedParent();
+  if (present == parent) return;
+  if (present)
+    detach(reinterpret_cast<NotifieeBase*>(reinterpret_cast<uintptr_t>(present) | parentTag));
+  if (parent)
+    attach(reinterpret_cast<NotifieeBase*>(reinterpret_cast<uintptr_t>(parent) | parentTag));
 }
 
 void Entity::readAheadReactors(int step) const {
   if (reactors_ == 0) return;
   if ((reactors_ & hubTag) == 0) {
     const NotifieeBase* r = reinterpret_cast<NotifieeBase*>(reactors_);
+    if (isParentLink(r)) return;
     if (step == 0) {
       prefetchLine(r);
     } else if (step >= reactorListSteps && isActive(r)) {
@@ -56,7 +79,7 @@ void Entity::readAheadReactors(int step) const {
   }
   for (uint32_t i = 0; i < h->size; ++i) {
     const NotifieeBase* r = h->list()[i];
-    if (r == nullptr) continue;
+    if (r == nullptr || isParentLink(r)) continue;
     if (step == 1) {
       prefetchLine(r);
     } else if (isActive(r)) {

@@ -13,6 +13,12 @@
 //   reactors remove when they unbind or die.
 // - Cost: with no reactor bound a notification is one pointer test; one
 //   reactor costs no allocation.
+// - Passing up: an entity filed under a parent may be linked to it
+//   (nestedParentIs). Its changes then also reach the parent's reactors as
+//   handleNested(child), in the link's place among its own reactors, and go
+//   on up while the parent is linked in turn: one reactor on a parent hears
+//   a whole subtree without a reactor on every entity in it. The parent
+//   unlinks a child before dropping it, and every child before it goes.
 #pragma once
 
 #include <cstddef>
@@ -40,6 +46,11 @@ class Entity : public PtrInterface {
   static constexpr int reactorListSteps = 2;
   void readAheadReactors(int step) const;
 
+  // Links this entity to the parent it is filed under (null: unlinks); for
+  // the parent's own code.
+  void nestedParentIs(const Entity* parent);
+  const Entity* nestedParent() const;
+
  protected:
   // Calls `call(static_cast<N*>(reactor))` on each active bound reactor.
   template <class N, class F>
@@ -57,6 +68,10 @@ class Entity : public PtrInterface {
       }
     } release{this, counted};
     if ((reactors_ & hubTag) == 0) {
+      if (reactors_ & parentTag) {
+        parentOf(reactors_)->notifyNested(*this);
+        return;
+      }
       NotifieeBase* r = reinterpret_cast<NotifieeBase*>(reactors_);
       if (isActive(r)) call(static_cast<N*>(r));
     } else {
@@ -72,7 +87,12 @@ class Entity : public PtrInterface {
       const uint32_t n = hub()->size;
       for (uint32_t i = 0; i < n; ++i) {
         NotifieeBase* r = hub()->list()[i];
-        if (r != nullptr && isActive(r)) call(static_cast<N*>(r));
+        if (r == nullptr) continue;
+        if (isParentLink(r)) {
+          parentOf(reinterpret_cast<uintptr_t>(r))->notifyNested(*this);
+        } else if (isActive(r)) {
+          call(static_cast<N*>(r));
+        }
       }
     }
   }
@@ -113,6 +133,15 @@ class Entity : public PtrInterface {
     void compact();
   };
   static bool isActive(const NotifieeBase* r);
+  // A change below `child`, one of this entity's nested entities.
+  void notifyNested(const Entity& child) const;
+  // The parent link is kept like a reactor, tagged in bit 1.
+  static bool isParentLink(const NotifieeBase* r) {
+    return reinterpret_cast<uintptr_t>(r) & parentTag;
+  }
+  static const Entity* parentOf(uintptr_t link) {
+    return reinterpret_cast<const Entity*>(link & ~parentTag);
+  }
   void attach(NotifieeBase* r) const;
   void detach(NotifieeBase* r) const;
   Hub* hub() const { return reinterpret_cast<Hub*>(reactors_ & ~hubTag); }
@@ -127,6 +156,7 @@ class Entity : public PtrInterface {
   // Most entities have one reactor or none: it is kept here directly, and a
   // list (a Hub, tagged in bit 0) is made only for a second one.
   static constexpr uintptr_t hubTag = 1;
+  static constexpr uintptr_t parentTag = 2;
   mutable uintptr_t reactors_ = 0;
 };
 
@@ -153,6 +183,9 @@ class NotifieeBase : public PtrInterface {
   // handleDel, then the same for every nested reactor below: the entities
   // under a deleted one are gone too.
   void doHandleDel();
+  // Something changed below `nested`, an entity filed under this reactor's
+  // notifier and linked to it (Entity::nestedParentIs).
+  virtual void handleNested(const Entity& /*nested*/) {}
   // A change of the entity is coming (Entity::readAheadReactors): start
   // loading, in steps, what the handler will read. Must change nothing.
   virtual void readAhead(int /*step*/) const {}

@@ -111,12 +111,14 @@ class NestedReactors final : public NestedReactorGroup {
 // comes from the slab and goes back to it. Otherwise as NestedReactors:
 // handleDel as a reactor leaves (it is out of the group by then, still
 // alive), the owner's active state passed on. The order of the reactors is
-// unspecified. Every reactor must be gone when the parent goes.
+// unspecified. Every reactor must be gone when the parent goes. The group
+// may hold reactors of a type derived from R instead, one type for all,
+// chosen when the group is made (its block size).
 template <class R>
 class NestedReactorSlab final : public NestedReactorGroup {
  public:
-  explicit NestedReactorSlab(NotifieeBase* owner)
-      : NestedReactorGroup(owner, kindOf<NestedReactorSlab>()), slab_(sizeof(R), owner) {}
+  explicit NestedReactorSlab(NotifieeBase* owner, std::size_t blockSize = sizeof(R))
+      : NestedReactorGroup(owner, kindOf<NestedReactorSlab>()), slab_(blockSize, owner) {}
   // Dropped with its owner: the reactors go without handleDel, as a table's would.
   ~NestedReactorSlab() {
     slab_.forEachMarked([](void* p) {
@@ -130,15 +132,16 @@ class NestedReactorSlab final : public NestedReactorGroup {
   // The parent of a reactor made here.
   static NotifieeBase* owner(const R* r) { return static_cast<NotifieeBase*>(Slab::of(r).owner()); }
   static void* slabAllocate(std::size_t size, Slab& slab) {
-    KEL_ASSERT(size == slab.blockSize());
+    KEL_ASSERT(size <= slab.blockSize());
     return slab.allocate();
   }
 
-  // Makes a reactor from `args` and keeps it; its entity has none of this
-  // group yet.
-  template <class... Args>
-  R* make(Args&&... args) {
-    R* r = new (slab_) R(std::forward<Args>(args)...);
+  // Makes a reactor (an R, or the D the group holds) from `args` and keeps
+  // it; its entity has none of this group yet.
+  template <class D = R, class... Args>
+  D* make(Args&&... args) {
+    static_assert(std::is_base_of_v<R, D>);
+    D* r = new (slab_) D(std::forward<Args>(args)...);
     r->newRef();
     r->hasNotificationActiveIs(ownerActive());
     Slab::markIs(r, true);

@@ -22,6 +22,10 @@
 // attached to, and dropped from, a status already loaded with 25,000 and
 // 50,000 routes (the two sizes show whether the cost grows linearly).
 //
+// The load, the start after a restart and the memory are measured with
+// route computation's reactors nested per preference and via type, and with
+// one reactor per route ("SingleRouteReactor", argument `single`).
+//
 // Whole-scenario figures are timed by hand, one run per repetition. The
 // environment variable RSM_BENCH_ROUTES sets another table size (to profile).
 #include <benchmark/benchmark.h>
@@ -146,8 +150,15 @@ World& loaded() {
 
 // ------------------------------------------------------------ initial load
 
+// "SingleRouteReactor" as a benchmark's argument asks, for its run.
+struct SingleRouteReactor {
+  explicit SingleRouteReactor(int64_t on) { Flipset::toggleStateIs("SingleRouteReactor", on != 0); }
+  ~SingleRouteReactor() { Flipset::toggleStateIs("SingleRouteReactor", false); }
+};
+
 void BM_InitialLoad(benchmark::State& state) {
   const bool withSm = state.range(0) != 0;
+  const SingleRouteReactor single(state.range(1));
   data();
   double elapsed = 0;
   for (auto _ : state) {
@@ -165,9 +176,10 @@ void BM_InitialLoad(benchmark::State& state) {
   state.counters["routes_per_s"] = double(routeCount) / elapsed;
 }
 BENCHMARK(BM_InitialLoad)
-    ->ArgName("sm")
-    ->Arg(0)
-    ->Arg(1)
+    ->ArgNames({"sm", "single"})
+    ->Args({0, 0})
+    ->Args({1, 0})
+    ->Args({1, 1})
     ->Iterations(1)
     ->Repetitions(5)
     ->UseManualTime()
@@ -178,6 +190,7 @@ BENCHMARK(BM_InitialLoad)
 // RouteStatusSm is made over a loaded status and its first review, paced by
 // the activity loop, writes the RIB. End to end, with each phase timed.
 void BM_InitialLoadAfterRestart(benchmark::State& state) {
+  const SingleRouteReactor single(state.range(0));
   data();
   double write = 0, attach = 0, review = 0;
   for (auto _ : state) {
@@ -204,6 +217,9 @@ void BM_InitialLoadAfterRestart(benchmark::State& state) {
   state.counters["review_ms"] = review * 1e3;
 }
 BENCHMARK(BM_InitialLoadAfterRestart)
+    ->ArgName("single")
+    ->Arg(0)
+    ->Arg(1)
     ->Iterations(1)
     ->Repetitions(3)
     ->UseManualTime()
@@ -384,6 +400,7 @@ BENCHMARK(BM_AttachToLoaded)
 // the RIB output. The vias and their records are fixed costs, counted apart.
 void BM_Memory(benchmark::State& state) {
   loadedSlot().reset();  // last of the file: make room
+  const SingleRouteReactor single(state.range(0));
   data();
   World().attachRsm();  // one-time allocations (the toggle cache, say) are not the routes'
   Bench::Bytes inputs, store, reactors, output, ribRoutes;
@@ -437,6 +454,7 @@ void BM_Memory(benchmark::State& state) {
                                  store.reserved + reactors.reserved + output.reserved});
   state.counters["vias_fixed_rsv_B"] = double(inputs.reserved);
 }
-BENCHMARK(BM_Memory)->Iterations(1)->Repetitions(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Memory)->ArgName("single")->Arg(0)->Arg(1)->Iterations(1)->Repetitions(1)->Unit(
+    benchmark::kMillisecond);
 
 }  // namespace

@@ -18,6 +18,7 @@ struct Default {
 constexpr Default defaults[] = {
     {"StaticRouteMetric", true},
     {"PacedViaMetricSweep", false},
+    {"SingleRouteReactor", false},
     {"DeferredViaFilingStamp", false},
 };
 

@@ -10,8 +10,8 @@
 // is reported once on stderr, at the load, and ignored as a whole; an empty
 // IPRIB_TOGGLES names no file.
 // A toggle the file does not name has its built-in default: on for
-// "StaticRouteMetric", off for "PacedViaMetricSweep", "DeferredViaFilingStamp"
-// and for names the agent does not know.
+// "StaticRouteMetric", off for "PacedViaMetricSweep", "SingleRouteReactor",
+// "DeferredViaFilingStamp" and for names the agent does not know.
 // One thread; the cache is process-wide.
 // Decided here: toggleStateIs overrides until the next reloadToggles, which
 // drops the file's values and the overrides alike.

@@ -24,8 +24,9 @@
 // test stamps its users, or the RIB bumps a table's generation, which makes
 // for a full review paced on the clock. Each run goes with the tracker's
 // sweeps paced ("PacedViaMetricSweep" on, every sweep in slices) and unpaced,
-// and with its filing stamps deferred to the clock ("DeferredViaFilingStamp")
-// or not.
+// with its filing stamps deferred to the clock ("DeferredViaFilingStamp")
+// or not, and with route computation's reactors nested per preference and
+// via type, or one per route ("SingleRouteReactor").
 //
 // IPRIB_MODEL_SEED=<n> replays one seed; IPRIB_MODEL_EVENTS=<n> runs n events
 // on one seed, checking every few events (a scale run).
@@ -129,7 +130,8 @@ std::string describe(const std::optional<ModelRoute>& r) {
 // One seed's world and its random walk.
 class RandomRun {
  public:
-  RandomRun(AddressFamily af, bool pacedSweep, bool deferredStamp, uint64_t seed)
+  RandomRun(AddressFamily af, bool pacedSweep, bool deferredStamp, bool singleReactor,
+            uint64_t seed)
       : w_(af),
         rng_(seed),
         prefixes_(universe(af)),
@@ -137,6 +139,7 @@ class RandomRun {
         bulkVias_(deferredStamp) {
     Flipset::toggleStateIs("PacedViaMetricSweep", pacedSweep);
     Flipset::toggleStateIs("DeferredViaFilingStamp", deferredStamp);
+    Flipset::toggleStateIs("SingleRouteReactor", singleReactor);
     dir_->statusIs(w_.status);
     // Each abandoned evaluation of the bulk route says so at level 0.
     trace().textLevelIs(0, false);
@@ -911,8 +914,8 @@ class RandomRun {
 };
 
 // The family, whether the tracker's sweeps are paced, whether its filing
-// stamps are deferred.
-using ModelParam = std::tuple<AddressFamily, bool, bool>;
+// stamps are deferred, whether a route has a single reactor.
+using ModelParam = std::tuple<AddressFamily, bool, bool, bool>;
 class RouteStatusSmModelTest : public ::testing::TestWithParam<ModelParam> {};
 
 TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
@@ -921,10 +924,11 @@ TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
   std::vector<uint64_t> seeds = {1, 2, 3, 4};
   if (replay || scale) seeds = {replay.value_or(1)};
   uint64_t atLimit = 0, overLimit = 0;
+  const auto& [af, paced, deferred, single] = GetParam();
   for (uint64_t seed : seeds) {
     SCOPED_TRACE("seed " + std::to_string(seed) +
                  " (replay with IPRIB_MODEL_SEED=" + std::to_string(seed) + ")");
-    RandomRun run(std::get<0>(GetParam()), std::get<1>(GetParam()), std::get<2>(GetParam()), seed);
+    RandomRun run(af, paced, deferred, single, seed);
     run.run(scale.value_or(2000), scale ? 16 : 1);
     if (run.failed()) return;
     // A walk that never reaches these cases proves little.
@@ -936,7 +940,7 @@ TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
     // Rarer: over all seeds.
     atLimit += c.atLimit;
     overLimit += c.overLimit;
-    EXPECT_EQ(c.sweepSlices > 0, std::get<1>(GetParam()));
+    EXPECT_EQ(c.sweepSlices > 0, paced);
     if (scale) {
       std::cout << "seed " << seed << ": " << *scale
                 << " events; expectations checked: " << c.present << " routes (" << c.multiVia
@@ -945,7 +949,7 @@ TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
     }
   }
   // Only runs with deferred filing stamps file bulk vias.
-  if (seeds.size() > 1 && std::get<2>(GetParam())) {
+  if (seeds.size() > 1 && deferred) {
     EXPECT_GT(atLimit, 0u);
     EXPECT_GT(overLimit, 0u);
   }
@@ -954,11 +958,12 @@ TEST_P(RouteStatusSmModelTest, TheRibIsWhatTheModelSelects) {
 INSTANTIATE_TEST_SUITE_P(
     Families, RouteStatusSmModelTest,
     ::testing::Combine(::testing::Values(AddressFamily::ipv4, AddressFamily::ipv6),
-                       ::testing::Bool(), ::testing::Bool()),
+                       ::testing::Bool(), ::testing::Bool(), ::testing::Bool()),
     [](const ::testing::TestParamInfo<ModelParam>& info) {
       return std::string(std::get<0>(info.param) == AddressFamily::ipv4 ? "Ipv4" : "Ipv6") +
              (std::get<1>(info.param) ? "PacedViaSweep" : "") +
-             (std::get<2>(info.param) ? "DeferredStamp" : "");
+             (std::get<2>(info.param) ? "DeferredStamp" : "") +
+             (std::get<3>(info.param) ? "SingleReactor" : "");
     });
 
 }  // namespace

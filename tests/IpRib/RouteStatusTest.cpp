@@ -168,6 +168,51 @@ class TreeWatcher final : public Route::Notifiee {
   Kel::NestedReactors<RoutePreference, KelRoutePref, Kel::FlatMap> prefs_;
 };
 
+// A reactor that watches a whole route hears every change below it, with
+// the preference it was under, and nothing from what has left the route.
+TEST_F(RouteStatusTest, ANestedWatcherHearsTheWholeRouteAndNothingThatLeftIt) {
+  struct Watch : Route::Notifiee {
+    void onRoutePref(const RoutePreference& p) override {
+      heard.push_back("pref " + std::to_string(p));
+    }
+    void handleNested(const Kel::Entity& e) override {
+      heard.push_back("below " + std::to_string(static_cast<const RoutePref&>(e).preference()));
+    }
+    std::vector<std::string> heard;
+  };
+  Kel::Ptr<Route> route = status_->routeIs(IpGenPrefix("10.0.0.0/8"));
+  const Kel::Ptr<RoutePref> early = route->routePrefIs(1);
+  early->dedupViaKeyIs(ViaTypeEnum::viaIntfNextHop, viaKeys_->dedupViaKeyIs(via(1)), 0);
+  const auto watch = Kel::makePtr<Watch>();
+  watch->notifierIs(route.ptr());
+  route->nestedWatcherIs();
+  route->nestedWatcherIs();  // a second watcher: links stay until both are gone
+  route->nestedWatcherDel();
+
+  const auto entry = [this](uint32_t i) {
+    return Kel::makePtr<DedupViaKeyMetric>(viaKeys_->dedupViaKeyIs(via(i)), 0);
+  };
+  const ViaTypeEnum first = ViaTypeEnum::viaIntfNextHop, second = ViaTypeEnum::viaNextHopOnly;
+  early->tagIs(7);                                                      // below 1
+  early->dedupViaKeyByViaType(first)->dedupViaKeyIs(via(2), entry(2));  // below 1
+  const Kel::Ptr<RoutePref> late = route->routePrefIs(5);               // pref 5
+  late->dedupViaKeyIs(second, viaKeys_->dedupViaKeyIs(via(3)), 1);      // below 5
+  const Kel::Ptr<DedupViaKeyByViaType> byType = late->dedupViaKeyByViaType(second);
+  byType->dedupViaKeyIs(via(4), entry(4));  // below 5
+  late->bfdTrackedViaCollIs(via(3));        // below 5
+  late->dedupViaKeyDelAll(second);          // below 5
+  byType->dedupViaKeyDel(via(4));           // left the preference: unheard
+  route->routePrefDel(1);                   // pref 1
+  early->tagIs(8);                          // left the route: unheard
+  EXPECT_EQ(watch->heard, (std::vector<std::string>{"below 1", "below 1", "pref 5", "below 5",
+                                                    "below 5", "below 5", "below 5", "pref 1"}));
+  route->nestedWatcherDel();
+  watch->heard.clear();
+  late->tagIs(9);
+  EXPECT_TRUE(watch->heard.empty()) << "no watcher left: the links are gone";
+  EXPECT_EQ(late->nestedParent(), nullptr);
+}
+
 TEST_F(RouteStatusTest, RandomEditsMatchAModelAndKeepByTypeEntriesNonEmpty) {
   const unsigned seed = 20261122;
   SCOPED_TRACE("seed " + std::to_string(seed));

@@ -107,8 +107,14 @@ class Probe final : public Box::Notifiee, Live<Probe> {
     log_->push_back(name_ + " item " + std::to_string(k.v) + (notifier()->item(k) ? "+" : "-"));
     if (auto act = onItemDo) act(k);
   }
+  void handleNested(const Kel::Entity& e) override {
+    const auto* item = dynamic_cast<const Item*>(&e);
+    log_->push_back(name_ + " nested " + (item ? std::to_string(item->key().v) : "box"));
+    if (auto act = onNestedDo) act();
+  }
   std::function<void()> onLevelDo;
   std::function<void(const Name&)> onItemDo;
+  std::function<void()> onNestedDo;
 
  private:
   std::string name_;
@@ -117,11 +123,15 @@ class Probe final : public Box::Notifiee, Live<Probe> {
 
 class ItemProbe final : public Item::Notifiee, Live<ItemProbe> {
  public:
-  explicit ItemProbe(Item* i) { notifierIs(i); }
+  explicit ItemProbe(Item* i, Strings* log = nullptr) : log_(log) { notifierIs(i); }
   void onValue() override {
+    if (log_) log_->push_back("item " + std::to_string(notifier()->value()));
     if (auto act = onValueDo) act();
   }
   std::function<void()> onValueDo;
+
+ private:
+  Strings* log_;
 };
 
 class EntityDispatchTest : public ::testing::Test {
@@ -439,6 +449,46 @@ TEST_F(EntityDispatchTest, ReadAheadReachesActiveReactorsAfterTheListSteps) {
   box_->itemIs({9})->readAheadReactors(Kel::Entity::reactorListSteps);  // no reactor: nothing
   other = nullptr;
   w = nullptr;
+}
+
+TEST_F(EntityDispatchTest, LinkedEntitiesPassTheirChangesUpInTheLinksPlace) {
+  const Kel::Ptr<Box> outer = Kel::makePtr<Box>();
+  const auto outerProbe = Kel::makePtr<Probe>(outer.ptr(), "outer", &log_);
+  const Kel::Ptr<Item> item = box_->itemIs({1});
+  bind("a");
+  const auto before = Kel::makePtr<ItemProbe>(item.ptr(), &log_);
+  item->nestedParentIs(box_.ptr());
+  const auto after = Kel::makePtr<ItemProbe>(item.ptr(), &log_);
+  box_->nestedParentIs(outer.ptr());
+  EXPECT_EQ(item->nestedParent(), box_.ptr());
+  EXPECT_EQ(item->notifieeCount(), 2u) << "a link is no reactor";
+  item->valueIs(5);
+  EXPECT_EQ(log_, (Strings{"item 5", "a nested 1", "outer nested box", "item 5"}));
+
+  log_.clear();
+  box_->levelIs(2);  // the box's own change goes up too
+  EXPECT_EQ(log_, (Strings{"a level 2", "outer nested box"}));
+
+  // A handler may unlink the child it hears about; inactive reactors hear nothing.
+  log_.clear();
+  probes_["a"]->onNestedDo = [&] { item->nestedParentIs(nullptr); };
+  outerProbe->hasNotificationActiveIs(false);
+  item->valueIs(6);
+  item->valueIs(7);
+  EXPECT_EQ(log_, (Strings{"item 6", "a nested 1", "item 6", "item 7", "item 7"}));
+  EXPECT_EQ(item->nestedParent(), nullptr);
+
+  // Alone on an entity, a link takes the reactor's word.
+  log_.clear();
+  const Kel::Ptr<Item> bare = box_->itemIs({2});
+  log_.clear();
+  bare->nestedParentIs(box_.ptr());
+  EXPECT_EQ(bare->notifieeCount(), 0u);
+  bare->valueIs(1);
+  bare->nestedParentIs(nullptr);
+  bare->valueIs(2);
+  EXPECT_EQ(log_, (Strings{"a nested 2"}));
+  box_->nestedParentIs(nullptr);
 }
 
 }  // namespace
