@@ -325,16 +325,24 @@ void Route::routePrefDelAll() {
   }
 }
 
+Route::~Route() {
+  if (!subtreeLinked_) return;
+  // Whoever holds a preference still must not pass changes up to a route gone.
+  for (const Kel::Ptr<RoutePref>& pref : routePref_) pref->subtreeLinkIs(nullptr);
+}
+
 void Route::nestedWatcherIs() {
   KEL_ASSERT(nestedWatchers_ != UINT8_MAX);
   if (nestedWatchers_++ != 0) return;
+  subtreeLinked_ = true;
   for (const Kel::Ptr<RoutePref>& pref : routePref_) pref->subtreeLinkIs(this);
 }
 
 void Route::nestedWatcherDel() {
+  // The links stay until the route goes: a route computation dropped with a
+  // million routes would otherwise read every preference and via type again.
   KEL_ASSERT(nestedWatchers_ != 0);
-  if (--nestedWatchers_ != 0) return;
-  for (const Kel::Ptr<RoutePref>& pref : routePref_) pref->subtreeLinkIs(nullptr);
+  --nestedWatchers_;
 }
 
 // --------------------------------------------------------------------- Status

@@ -283,6 +283,7 @@ class Route final : public Kel::Entity {
   explicit Route(const Pando::IpGenPrefix& prefix) : prefix_(prefix) {
     word_ = Vrf::VrfIdMap::invalidVrfId;
   }
+  ~Route() override;
   const char* typeName() const override { return "Routing::Protocol::Route"; }
 
   const Pando::IpGenPrefix& prefix() const { return prefix_; }
@@ -308,8 +309,9 @@ class Route final : public Kel::Entity {
 
   // A reactor that hears the whole route through handleNested, with the
   // preference whose part changed, rather than through a reactor on every
-  // preference and via type: while one or more do (counted), the route's
-  // preferences and via types pass their changes up (Kel::Entity).
+  // preference and via type (counted): from the first, the route's
+  // preferences and via types pass their changes up (Kel::Entity), until
+  // they leave the route or it goes.
   void nestedWatcherIs();
   void nestedWatcherDel();
 
@@ -320,6 +322,7 @@ class Route final : public Kel::Entity {
   Pando::IpGenPrefix prefix_;
   bool filed_ = false;
   uint8_t nestedWatchers_ = 0;
+  bool subtreeLinked_ = false;  // since the first nested watcher
   RoutePrefMap routePref_;
   double routeChangedAt_ = 0;
 };
