@@ -419,6 +419,7 @@ void RouteStatusSm::bfdTrackedViaSync(const Pando::IpGenPrefix& prefix, RoutePre
 }
 
 void RouteStatusSm::bfdTrackedViaDelAll(const Pando::IpGenPrefix& prefix) {
+  if (bfdTrackedVia_.empty()) return;  // the rule, and the prefix's line need not load
   auto it = bfdTrackedVia_.lower_bound(RouteKey(prefix, 0));
   while (it != bfdTrackedVia_.end() && it->first.prefix() == prefix) {
     for (const Rib::ViaKey& via : it->second) handleBfdTrackedVia(it->first, via, false);
