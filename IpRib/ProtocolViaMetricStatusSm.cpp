@@ -192,9 +192,13 @@ class ViaMetricStatusSm::KelRouteStatusDir final : public RouteStatusDir::Notifi
 
 // The store makes routes and preferences empty: their via keys arrive
 // through the via type reactors, which file what a new via type holds.
+// The route reactors sit in a slab of the status's reactor, with no table
+// by prefix: a million routes would pay a slot each, and a miss per route
+// filed. Each is reached through its route, and leaves when the route does
+// (KelRoute::onFiled), before the status tells of it.
 class ViaMetricStatusSm::KelRouteStatus final : public Status::Notifiee {
  public:
-  using RouteReactors = Kel::NestedReactors<Pando::IpGenPrefix, KelRoute>;
+  using RouteReactors = Kel::NestedReactorSlab<KelRoute>;
   KelRouteStatus(ViaMetricStatusSm* sm, Status* status);
   const RouteStatusKey& key() const { return notifier()->key(); }
   ViaMetricStatusSm* sm() const { return sm_; }
@@ -202,15 +206,9 @@ class ViaMetricStatusSm::KelRouteStatus final : public Status::Notifiee {
   // Set once handleDel has withdrawn the whole status from the index.
   bool indexWithdrawn() const { return indexWithdrawn_; }
 
-  void onRoute(const Pando::IpGenPrefix& prefix) override {
-    if (notifier()->route(prefix)) {
-      routeIs(prefix);
-    } else {
-      routeDel(prefix);
-    }
-  }
-  void routeIs(const Pando::IpGenPrefix& prefix);
-  void routeDel(const Pando::IpGenPrefix& prefix) { route_.erase(prefix); }
+  // A route that went has lost its reactor already.
+  void onRoute(const Pando::IpGenPrefix& prefix) override;
+  void routeDel(KelRoute* reactor) { route_.erase(reactor); }
   void handleDel() override {
     KEL_TRACE(trace, 8, "void Routing::Protocol::ViaMetricStatusSm::KelRouteStatus::handleDel()");
     sm_->handleRouteStatus(key(), true);
@@ -229,15 +227,28 @@ class ViaMetricStatusSm::KelRoute final : public Route::Notifiee {
  public:
   class KelRoutePref;
   using RoutePrefReactors = Kel::NestedReactors<RoutePreference, KelRoutePref, Kel::FlatMap>;
-  KelRoute(KelRouteStatus* parent, Route* route);
+  static void* operator new(std::size_t size, Kel::Slab& slab) {
+    return KelRouteStatus::RouteReactors::slabAllocate(size, slab);
+  }
+  static void operator delete(void* p) { Kel::Slab::deallocate(p); }
+  static void operator delete(void* p, Kel::Slab&) { Kel::Slab::deallocate(p); }
+
+  explicit KelRoute(Route* route);
   const Pando::IpGenPrefix& key() const { return notifier()->prefix(); }
-  KelRouteStatus* parent() const { return reinterpret_cast<KelRouteStatus*>(parent_ & ~markBit); }
+  // Found from the reactor's own address (its slab's owner).
+  KelRouteStatus* parent() const {
+    return static_cast<KelRouteStatus*>(KelRouteStatus::RouteReactors::owner(this));
+  }
   const RoutePrefReactors& routePref() const { return routePref_; }
   // Marked by a filing whose stamp is deferred; any write of routeChangedAt
   // serves the mark, as it would have overwritten the stamp.
-  bool stampMarked() const { return (parent_ & markBit) != 0; }
-  void stampMarkedIs(bool v) { parent_ = (parent_ & ~markBit) | (v ? markBit : 0); }
+  bool stampMarked() const { return stampMarked_; }
+  void stampMarkedIs(bool v) { stampMarked_ = v; }
   void onRouteChangedAt() override { stampMarkedIs(false); }
+  // The route left its status: its reactor goes, withdrawing its elements.
+  void onFiled() override {
+    if (!notifier()->filed()) parent()->routeDel(this);
+  }
 
   void onRoutePref(const RoutePreference& pref) override {
     if (notifier()->routePref(pref)) {
@@ -256,10 +267,7 @@ class ViaMetricStatusSm::KelRoute final : public Route::Notifiee {
   }
 
  private:
-  // The parent's address, its low bit the stamp mark: a million route
-  // reactors have no spare byte for a flag.
-  static constexpr uintptr_t markBit = 1;
-  uintptr_t parent_;
+  bool stampMarked_ = false;
   RoutePrefReactors routePref_;
 };
 
@@ -314,17 +322,14 @@ class ViaMetricStatusSm::KelRoute::KelRoutePref::KelDedupViaKeyByViaType final
 ViaMetricStatusSm::KelRouteStatus::KelRouteStatus(ViaMetricStatusSm* sm, Status* status)
     : sm_(sm), route_(this) {
   notifierIs(status);
-  for (const Kel::Ptr<Route>& route : status->route()) {
-    route_.insert(Kel::makePtr<KelRoute>(this, route.ptr()));
-  }
+  for (const Kel::Ptr<Route>& route : status->route()) route_.make(route.ptr());
 }
 
-void ViaMetricStatusSm::KelRouteStatus::routeIs(const Pando::IpGenPrefix& prefix) {
-  reactorIs(route_, prefix, notifier()->route(prefix).ptr(), this);
+void ViaMetricStatusSm::KelRouteStatus::onRoute(const Pando::IpGenPrefix& prefix) {
+  if (const Kel::Ptr<Route> route = notifier()->route(prefix)) route_.make(route.ptr());
 }
 
-ViaMetricStatusSm::KelRoute::KelRoute(KelRouteStatus* parent, Route* route)
-    : parent_(reinterpret_cast<uintptr_t>(parent)), routePref_(this) {
+ViaMetricStatusSm::KelRoute::KelRoute(Route* route) : routePref_(this) {
   notifierIs(route);
   for (const Kel::Ptr<RoutePref>& pref : route->routePref()) {
     routePref_.insert(Kel::makePtr<KelRoutePref>(this, pref.ptr()));
@@ -478,7 +483,7 @@ void ViaMetricStatusSm::handleRouteStatus(const RouteStatusKey& key, bool forceD
     return;
   }
   const Kel::Ptr<Status> rs(kelRouteStatus->notifier());
-  for (const auto& kelRoute : kelRouteStatus->route()) {
+  kelRouteStatus->route().forEach([&](KelRoute* kelRoute) {
     const Kel::Ptr<Route> route = rs->route(kelRoute->key());
     KEL_ASSERT(route);
     for (const auto& kelRoutePref : kelRoute->routePref()) {
@@ -489,11 +494,11 @@ void ViaMetricStatusSm::handleRouteStatus(const RouteStatusKey& key, bool forceD
             routePref->dedupViaKeyByViaType(kelByType->key());
         KEL_ASSERT(dedupViaKeyByViaType);
         for (const Kel::Ptr<DedupViaKeyMetric>& via : dedupViaKeyByViaType->dedupViaKey()) {
-          fileRouteViaKey(rs, route, routePref, via->viaKey(), forceDel, true, kelRoute.ptr());
+          fileRouteViaKey(rs, route, routePref, via->viaKey(), forceDel, true, kelRoute);
         }
       }
     }
-  }
+  });
 }
 
 void ViaMetricStatusSm::handleRouteViaKey(const Kel::Ptr<Status>& rs, const Kel::Ptr<Route>& route,
@@ -659,9 +664,12 @@ void ViaMetricStatusSm::readToggles() {
 
 void ViaMetricStatusSm::stampFiled(const Status& rs, Route& route, KelRoute* watcher) {
   if (deferredStamp() && watcher == nullptr) {
-    // Only a direct call of handleRouteViaKey comes without the reactor.
+    // Only a direct call of handleRouteViaKey comes without the reactor,
+    // which no table by prefix finds: the status's reactors are looked over.
     if (const KelRouteStatus* status = routeStatus_.find(rs.key())) {
-      watcher = status->route().find(route.prefix());
+      status->route().forEach([&](KelRoute* r) {
+        if (r->key() == route.prefix()) watcher = r;
+      });
     }
   }
   if (!deferredStamp() || watcher == nullptr) {
@@ -673,12 +681,12 @@ void ViaMetricStatusSm::stampFiled(const Status& rs, Route& route, KelRoute* wat
   watcher->stampMarkedIs(true);
   // The first mark wakes the clock; it stays due until every mark is served.
   if (filed_.empty()) clock_->timeMinIs(Kel::System::currentTime());
-  filed_.emplace_back(watcher);
+  filed_.push_back({watcher->parent(), watcher});
 }
 
 bool ViaMetricStatusSm::doFilingStamps(Kel::Deadline& deadline) {
   while (filedServed_ != filed_.size()) {
-    KelRoute& watcher = *filed_[filedServed_++];
+    KelRoute& watcher = *filed_[filedServed_++].route;
     if (!watcher.stampMarked()) continue;
     watcher.stampMarkedIs(false);
     Route& route = *watcher.notifier();
@@ -689,7 +697,7 @@ bool ViaMetricStatusSm::doFilingStamps(Kel::Deadline& deadline) {
     clock_->timeMinIs(Kel::System::currentTime());
     return false;
   }
-  std::vector<Kel::Ptr<KelRoute>>().swap(filed_);
+  std::vector<FiledMark>().swap(filed_);
   filedServed_ = 0;
   return true;
 }

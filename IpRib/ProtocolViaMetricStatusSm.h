@@ -19,7 +19,9 @@
 // Two reactor trees mirror the inputs: the RIB's via metrics (by VRF, then
 // transport, then protocol selector) and the route status directory (status,
 // route, preference, via type). The route side is one small reactor per
-// route, preference and via type: a back pointer and the nested collection.
+// route, preference and via type: a back pointer and the nested collection
+// (a route's reactor finds its parent from its own address, in the status
+// reactor's slab, and leaves when its route leaves the status).
 //
 // Costs: a via key change under a preference is O(via types) plus one index
 // update; a metric change is O(routes using the via), two hash look-ups and
@@ -48,7 +50,7 @@
 // `sweepQuantum` like a sweep, before any pending sweep. A route whose
 // routeChangedAt is written after the mark (by its protocol, by a sweep) has
 // been evaluated since, as the immediate stamp would have had it, and is
-// left alone. The mark costs no memory: it is a bit of the route reactor.
+// left alone. The mark is a flag of the route reactor.
 //
 // One thread. Stamping notifies route computation synchronously; it must not
 // change the protocol route status while a metric change is being handed
@@ -120,6 +122,8 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   void handleRouteStatus(const RouteStatusKey& key, bool forceDel);
   // Files or withdraws routePref's element under `viaKey`. With
   // viaKeyExists false, whether routePref still lists the key is looked up.
+  // With deferred stamps, a filing called from outside looks for the route's
+  // reactor among all its status's: O(routes of the status).
   void handleRouteViaKey(const Kel::Ptr<Status>& rs, const Kel::Ptr<Route>& route,
                          const Kel::Ptr<RoutePref>& routePref, const Rib::ViaKey& viaKey,
                          bool forceDel, bool viaKeyExists);
@@ -210,9 +214,15 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   std::list<Sweep> sweeps_;  // in the order their vias changed
   std::unordered_map<Rib::ViaKey, std::list<Sweep>::iterator, Rib::ViaKeyHash> sweepOf_;
   uint64_t sweepSlices_ = 0;
+  // A marked route reactor, and the status reactor whose slab holds it: a
+  // reactor that left with its status must not outlive the slab.
+  struct FiledMark {
+    Kel::Ptr<KelRouteStatus> status;
+    Kel::Ptr<KelRoute> route;  // released first
+  };
   // Marked route reactors in the order of their marks; the first
   // `filedServed_` are done. Emptied (and its memory given back) once served.
-  std::vector<Kel::Ptr<KelRoute>> filed_;
+  std::vector<FiledMark> filed_;
   size_t filedServed_ = 0;
 
   Kel::NestedReactor<KelViaMetricStatusByVrf> kelViaMetricStatusByVrf_;

@@ -160,6 +160,12 @@ class NestedReactorSlab final : public NestedReactorGroup {
     r->doHandleDel();
   }
 
+  // Calls f(r) on each reactor, in the slab's order; f makes and erases none.
+  template <class F>
+  void forEach(F&& f) const {
+    slab_.forEachMarked([&f](void* p) { f(static_cast<R*>(p)); });
+  }
+
   // Drops every reactor, each after its handleDel.
   void clear() {
     slab_.forEachMarked([this](void* p) { erase(static_cast<R*>(p)); });

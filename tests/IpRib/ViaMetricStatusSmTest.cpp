@@ -496,6 +496,30 @@ TEST(ViaMetricStatusSmTest, DeferredFilingStampsMarkEachRouteOnceAndYieldToLater
   w.expectIndexExact();
 }
 
+// Marks outlive their route reactors' status: a status that goes, and then
+// the tracker itself, with filings still to stamp. The gone status's routes
+// stay filed in it and are stamped; nothing is left behind.
+TEST(ViaMetricStatusSmTest, DeferredFilingStampsOutliveTheirStatusAndTheTracker) {
+  ToggleOn deferred("DeferredViaFilingStamp");
+  World w;
+  w.start();
+  const Rib::ViaKey v1 = via(AddressFamily::ipv4, 1, 1);
+  for (const IpGenPrefix& p : {p1, p2}) w.addVia(1, p, 1, V::viaIntfNextHop, v1);
+  w.addVia(2, p3, 1, V::viaIntfNextHop, v1);
+  const Kel::Ptr<Status> gone = w.status(1, AddressFamily::ipv4);
+  w.dir->statusDel(RouteStatusKey(1, AddressFamily::ipv4));
+  EXPECT_EQ(w.sm->filingStampsPending(), 3u);
+  w.now(2000);
+  Kel::ActivityManager::instance().runOnce();
+  EXPECT_EQ(w.sm->filingStampsPending(), 0u);
+  EXPECT_EQ(gone->route(p1)->routeChangedAt(), 2000);
+  EXPECT_EQ(w.changedAt(2, p3), 2000);
+  w.expectIndexExact();
+  w.addVia(2, p1, 1, V::viaIntfNextHop, v1);
+  EXPECT_EQ(w.sm->filingStampsPending(), 1u);
+  w.sm = nullptr;
+}
+
 // ------------------------------------------------------------ assertions
 
 TEST(ViaMetricStatusSmDeathTest, HandleRouteViaKeyNeedsAllThreeEntities) {
