@@ -206,8 +206,11 @@ class ViaMetricStatusSm::KelRouteStatus final : public Status::Notifiee {
   // Set once handleDel has withdrawn the whole status from the index.
   bool indexWithdrawn() const { return indexWithdrawn_; }
 
-  // A route that went has lost its reactor already.
-  void onRoute(const Pando::IpGenPrefix& prefix) override;
+  // A route that went has lost its reactor already (KelRoute::onFiled).
+  void onRoute(const Pando::IpGenPrefix& prefix) override {
+    if (notifier()->route(prefix)) routeIs(prefix);
+  }
+  void routeIs(const Pando::IpGenPrefix& prefix);
   void routeDel(KelRoute* reactor) { route_.erase(reactor); }
   void handleDel() override {
     KEL_TRACE(trace, 8, "void Routing::Protocol::ViaMetricStatusSm::KelRouteStatus::handleDel()");
@@ -325,8 +328,8 @@ ViaMetricStatusSm::KelRouteStatus::KelRouteStatus(ViaMetricStatusSm* sm, Status*
   for (const Kel::Ptr<Route>& route : status->route()) route_.make(route.ptr());
 }
 
-void ViaMetricStatusSm::KelRouteStatus::onRoute(const Pando::IpGenPrefix& prefix) {
-  if (const Kel::Ptr<Route> route = notifier()->route(prefix)) route_.make(route.ptr());
+void ViaMetricStatusSm::KelRouteStatus::routeIs(const Pando::IpGenPrefix& prefix) {
+  route_.make(notifier()->route(prefix).ptr());
 }
 
 ViaMetricStatusSm::KelRoute::KelRoute(Route* route) : routePref_(this) {
