@@ -69,7 +69,7 @@ class RouteConfig final : public Kel::Entity, public KelBrisk::SingleCollectionT
       route_.prefetchEntry(hash);
     } else if (step == 2) {
       const Route* r = route_.probable(hash);
-      if (r != nullptr && r->viaSet()) Kel::prefetchLine(r->viaSet().ptr());
+      if (r != nullptr && r->viaSet()) r->viaSet()->prefetch();
     }
   }
   uint32_t routeSize() const { return route_.size(); }
