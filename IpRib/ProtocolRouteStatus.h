@@ -337,6 +337,7 @@ class Status final : public Kel::Entity {
     virtual void onInitialized() {}
   };
   explicit Status(const RouteStatusKey& key) : key_(key) {}
+  ~Status() override;
   const char* typeName() const override { return "Routing::Protocol::Status"; }
 
   const RouteStatusKey& key() const { return key_; }

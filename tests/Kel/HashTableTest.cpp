@@ -252,6 +252,27 @@ TEST(HashTableTest, PtrEntriesAreDestroyedExactlyOnce) {
   EXPECT_EQ(Counted::destroyed, 341);
 }
 
+TEST(HashTableTest, ClearingReadingAheadStagesEachElementWhileItLives) {
+  Counted::live = Counted::destroyed = 0;
+  Kel::HashTable<CountedTraits> t;
+  std::map<uint32_t, int> stages;  // by key: the stages it was given, in order
+  std::set<uint32_t> dead;
+  for (uint32_t k = 0; k < 300; ++k) {
+    t.insert(Kel::makePtr<Counted>(k));
+    (*t.find(k))->onDeath = [&dead](uint32_t key) { dead.insert(key); };
+  }
+  t.clearReadingAhead<3, 2>([&](const Kel::Ptr<Counted>& c, int step) {
+    EXPECT_FALSE(dead.count(c->key)) << "key " << c->key << " staged after it died";
+    EXPECT_EQ(stages[c->key]++, step) << "key " << c->key;
+  });
+  EXPECT_EQ(Counted::live, 0);
+  EXPECT_EQ(Counted::destroyed, 300);
+  EXPECT_TRUE(t.empty());
+  ASSERT_EQ(stages.size(), 300u) << "every element is staged at least once";
+  t.insert(Kel::makePtr<Counted>(7));
+  EXPECT_EQ(t.size(), 1u);
+}
+
 struct FlatTraits {
   using Entry = Kel::Ptr<Counted>;
   using Key = uint32_t;
