@@ -251,6 +251,8 @@ class NestedReactorGroup {
   }
   NestedReactorGroup(NotifieeBase* owner, uint16_t kind);
   ~NestedReactorGroup();
+  // For groups that drop many reactors at once, reading their entities ahead.
+  static const Entity* notifierOf(const NotifieeBase* r) { return r->notifier_.ptr(); }
 
  private:
   friend class NotifieeBase;
