@@ -14,14 +14,15 @@
 // - status store, RouteStatusSm's reactors and RIB output (routes and via
 //   sets): at most 600 bytes per route (reserved by malloc).
 // Context: the whole table dropped after the load (the VRF gone: status,
-// reactors and RIB output, in one turn); the start after a restart (the status written before
-// RouteStatusSm is made, which then reviews it: write, attach and first
-// review timed apart); one evaluation of an unchanged route with default trace levels,
-// with every level of "IpRib::RouteStatusSm" on for text (to a sink that
-// discards) and ring, and with the ring's levels on but text off; a via
-// change and an evaluation over many routes (cache-cold); RouteStatusSm
-// attached to, and dropped from, a status already loaded with 25,000 and
-// 50,000 routes (the two sizes show whether the cost grows linearly).
+// reactors and RIB output, in one turn); the start after a restart (the
+// status written before RouteStatusSm is made, which then reviews it: write,
+// attach and first review timed apart); one evaluation of an unchanged route
+// with default trace levels, with every level of "IpRib::RouteStatusSm" on
+// for text (to a sink that discards) and ring, and with the ring's levels on
+// but text off; a via change and an evaluation over many routes
+// (cache-cold); RouteStatusSm attached to, and dropped from, a status
+// already loaded with 25,000 and 50,000 routes (the two sizes show whether
+// the cost grows linearly).
 //
 // The load, the start after a restart and the memory are measured with
 // route computation's reactors nested per preference and via type, and with

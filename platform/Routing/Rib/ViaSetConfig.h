@@ -67,10 +67,13 @@ class ViaSetEntry : public Kel::PtrInterface {
   // Same flags and via keys, in order.
   bool holds(const Brisk::ViaSet& s) const { return content() == s.content(); }
   // Starts loading the entry with its first two keys, which may reach into
-  // the next line: enough for most routes, without reading the size first.
+  // the next line: enough for most routes, without reading the size first
+  // (an address, not a pointer into the block: a set may hold fewer keys).
   void prefetch() const {
+    const auto at = reinterpret_cast<std::uintptr_t>(this);
     Kel::prefetchLine(this);
-    Kel::prefetchLine(reinterpret_cast<const char*>(keys() + 2) - 1);
+    Kel::prefetchLine(
+        reinterpret_cast<const void*>(at + sizeof(ViaSetEntry) + 2 * sizeof(ViaKey) - 1));
   }
 
  private:
