@@ -64,7 +64,11 @@ class RouteStatusSm::KelRouteBase : public Route::Notifiee {
   void readAhead(int step) const override {
     const RouteStatusSm& sm = *this->sm();
     const Rib::RouteConfig& rib = *sm.ribConfig_;
-    rib.prefetchRouteStep(rib.routeHashOf(Rib::RouteKey(sm.vrfId_, key())), step);
+    RibHashMemo& memo = ribHashMemo_[(reinterpret_cast<uintptr_t>(this) >> 3) % ribHashMemoSize];
+    if (step == 0 || memo.reactor != this) {
+      memo = {this, rib.routeHashOf(Rib::RouteKey(sm.vrfId_, key()))};
+    }
+    rib.prefetchRouteStep(memo.hash, step);
   }
   RouteStatusSm* sm() const {
     return static_cast<RouteStatusSm*>(Kel::NestedReactorSlab<KelRouteBase>::owner(this));
@@ -504,12 +508,17 @@ void RouteStatusSm::evaluate(const Pando::IpGenPrefix& prefix, const Route* rout
 }
 
 RouteStatusSm::ViaPick RouteStatusSm::scratch_[2];
+RouteStatusSm::RibHashMemo RouteStatusSm::ribHashMemo_[ribHashMemoSize];
 uint32_t RouteStatusSm::evaluationDepth_ = 0;
 
+bool RouteStatusSm::ribRouteReadAhead() const {
+  return reviewing_ || Kel::Entity::readAheadPassActive();
+}
+
 std::optional<uint32_t> RouteStatusSm::guessViaSet(const Route& route) const {
-  // A review reads its RIB routes and their via sets ahead, and a route
-  // reviewed mostly keeps its via set.
-  if (reviewing_ || route.routePref().empty()) return std::nullopt;
+  // A review, or a pass that read our reactors ahead, has the RIB route and
+  // its via set on their way, and such a route mostly keeps its via set.
+  if (ribRouteReadAhead() || route.routePref().empty()) return std::nullopt;
   const RoutePref::ByViaTypeMap& byType = route.routePref().front()->dedupViaKeyByViaType();
   if (byType.empty() || byType.front()->dedupViaKeySize() > maxGuessedVias) return std::nullopt;
   Rib::ViaKey keys[maxGuessedVias];
@@ -529,8 +538,8 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
   // A wrong guess costs two prefetches.
   const std::optional<uint32_t> guess = guessViaSet(route);
   if (guess) viaSetConfig_->prefetchContentStep(*guess, 0);
-  // Likewise the RIB route the result is compared with (a review has).
-  if (!reviewing_) prefetchRibSlot(prefix);
+  // Likewise the RIB route the result is compared with.
+  if (!ribRouteReadAhead()) prefetchRibSlot(prefix);
   MetricTableMemo metricTables;
   for (const Kel::Ptr<RoutePref>& routePref : route.routePref()) {
     const RoutePreference pref = routePref->preference();

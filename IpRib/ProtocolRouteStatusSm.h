@@ -226,6 +226,9 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   // The content hash of the via set a route most likely gets (see evaluateRoute).
   static constexpr uint32_t maxGuessedVias = 8;
   std::optional<uint32_t> guessViaSet(const Route& route) const;
+  // Whether the route being evaluated had its RIB route and via set read
+  // ahead (a review, or a pass that read our reactors ahead).
+  bool ribRouteReadAhead() const;
   void addRouteWithLowestMetric(const Pando::IpGenPrefix& prefix, const RoutePref& routePref,
                                 const ViaPick& pick, Vrf::VrfIdMap::VrfId srcVrfId,
                                 RouteEvaluationObserver* observer);
@@ -300,6 +303,15 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   static ViaPick scratch_[2];
   static uint32_t evaluationDepth_;
   bool reviewing_ = false;  // a review's evaluation is under way
+  // The RIB hashes of route reactors being read ahead, by reactor address:
+  // each later step of a reactor's readAhead finds its hash here, unless
+  // another took the place meanwhile (then it is computed again).
+  struct RibHashMemo {
+    const void* reactor = nullptr;
+    uint32_t hash = 0;
+  };
+  static constexpr uint32_t ribHashMemoSize = 16;
+  static RibHashMemo ribHashMemo_[ribHashMemoSize];
   // "SingleRouteReactor", read once: a route's reactors are of one kind.
   bool singleRouteReactor_;
   // What the route reactors filed with "SingleRouteReactor" on, by route

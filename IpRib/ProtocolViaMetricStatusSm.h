@@ -192,8 +192,10 @@ class ViaMetricStatusSm final : public Kel::NotifieeBase {
   // One slice of `sweep` until the quantum from `start` is used; whether it
   // finished the sweep.
   bool sweepSlice(Sweep& sweep, const RouteByViaKey& rbvk, Kel::Deadline& deadline);
-  // The route `e` names, with the sweep's traces; null when gone.
-  Kel::Ptr<Route> sweptRoute(const PrefixPrefVrfId& e) const;
+  // The route `e` names, with the sweep's traces; null when gone. `status`
+  // is the caller's, kept from the element before (statuses stay while
+  // routes are stamped), looked up again when `e` is of another.
+  Kel::Ptr<Route> sweptRoute(const PrefixPrefVrfId& e, Kel::Ptr<const Status>& status) const;
   // Calls visit(e) for the elements from `from` on, reading ahead the routes
   // and what stamping them will read, until visit says stop; returns the
   // element after the last one visited.

@@ -19,6 +19,8 @@ Entity::Hub* Entity::Hub::make(uint32_t capacity) {
   return hub;
 }
 
+uint32_t Entity::passes_ = 0;
+
 void Entity::Hub::release(Hub* hub) { Pool::deallocate(hub, bytes(hub->capacity())); }
 
 void Entity::Hub::compact() {

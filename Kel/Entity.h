@@ -45,6 +45,18 @@ class Entity : public PtrInterface {
   // only what the one before brought. Changes nothing.
   static constexpr int reactorListSteps = 2;
   void readAheadReactors(int step) const;
+  // Lives while a pass that reads reactors ahead notifies them: their
+  // handlers may take what readAhead asked for as on its way, and skip
+  // loading it again. A handler it wakes that was not read ahead (a nested
+  // change) only loses that shortcut.
+  class ReadAheadPass {
+   public:
+    ReadAheadPass() { ++passes_; }
+    ~ReadAheadPass() { --passes_; }
+    ReadAheadPass(const ReadAheadPass&) = delete;
+    ReadAheadPass& operator=(const ReadAheadPass&) = delete;
+  };
+  static bool readAheadPassActive() { return passes_ != 0; }
 
   // Links this entity to the parent it is filed under (null: unlinks); for
   // the parent's own code.
@@ -158,6 +170,7 @@ class Entity : public PtrInterface {
   static constexpr uintptr_t hubTag = 1;
   static constexpr uintptr_t parentTag = 2;
   mutable uintptr_t reactors_ = 0;
+  static uint32_t passes_;  // ReadAheadPass objects alive
 };
 
 class NestedReactorGroup;
