@@ -309,7 +309,7 @@ class MuxSm::ReadAhead {
 void MuxSm::doReview() {
   LEAK_TRACE(8, "doReview", " " << vrfIdAf_);
   if (!initialized_) return;
-  Kel::Deadline deadline(Kel::System::currentTime() + reviewQuantum_);
+  Kel::Deadline deadline(reviewQuantum_);
   const Routing::RouteList::RouteMap& routes = routeConfig_->route();
   auto it = bookmarkValid_ ? routes.seek(bookmark_) : routes.begin();
   // At scale a pass waits on cache misses: the route, its directory slot,
@@ -475,7 +475,7 @@ void DemuxSm::scheduleReview() {
 void DemuxSm::doReview() {
   LEAK_TRACE(8, "doReview", " " << vrfIdAf_);
   if (!initialized_) return;
-  Kel::Deadline deadline(Kel::System::currentTime() + reviewQuantum_);
+  Kel::Deadline deadline(reviewQuantum_);
   auto it = bookmarkValid_ ? backlog_.seek(bookmark_) : backlog_.begin();
   uint64_t count = 0;
   while (it != backlog_.end()) {

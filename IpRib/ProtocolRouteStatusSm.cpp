@@ -1058,7 +1058,7 @@ void RouteStatusSm::doReview() {
     for (uint32_t i = 0; i < ahead.lead; ++i) pushAhead();
   };
   restartAhead();
-  Kel::Deadline deadline(Kel::System::currentTime() + reviewQuantum_);
+  Kel::Deadline deadline(reviewQuantum_);
   while (it != routes.end()) {
     // Evaluating may change the collection (a RIB reactor re-entering):
     // hold the route and re-seek behind it.

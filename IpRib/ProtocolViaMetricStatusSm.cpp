@@ -652,8 +652,8 @@ class ViaMetricStatusSm::KelClock final : public Kel::Clock::Notifiee {
   // the changes of any via whose sweep is pending.
   void onTimeMin() override {
     if (sm_->filingStampsPending() == 0) return sm_->doSweep();
-    const double now = Kel::System::currentTime();
-    Kel::Deadline deadline(now + sm_->sweepQuantum());
+    Kel::Deadline deadline(sm_->sweepQuantum());
+    const double now = deadline.lastRead();
     if (sm_->doFilingStamps(deadline) && sm_->sweepsPending() != 0) sm_->clock()->timeMinIs(now);
   }
 
@@ -728,7 +728,7 @@ void ViaMetricStatusSm::sweepIs(const Rib::ViaKey& viaKey) {
 void ViaMetricStatusSm::doSweep() {
   KEL_TRACE(trace, 8, "void Routing::Protocol::ViaMetricStatusSm::doSweep()");
   ++sweepSlices_;
-  Kel::Deadline deadline(Kel::System::currentTime() + sweepQuantum_);
+  Kel::Deadline deadline(sweepQuantum_);
   while (!sweeps_.empty()) {
     Sweep& sweep = sweeps_.front();
     // Held: stamping may not change the index, but the entry outlives no
@@ -758,8 +758,11 @@ bool ViaMetricStatusSm::sweepSlice(Sweep& sweep, const RouteByViaKey& rbvk,
   Kel::Ptr<const Status> status;
   const auto it = visitAhead(routes, from, [&](const PrefixPrefVrfId& e) {
     if (const Kel::Ptr<Route> route = sweptRoute(e, status)) {
-      const double now = Kel::System::currentTime();
+      // The deadline's last read saves a read a route; a stamp since then
+      // (a nested change's) is weighed against a read of our own.
       const double at = route->routeChangedAt();
+      double now = deadline.lastRead();
+      if (at > now) now = Kel::System::currentTime();
       if (sweep.since <= at && at <= now) {
         KEL_TRACE(trace, 9, "handleViaMetric evaluated since the change: " << e.str());
       } else {

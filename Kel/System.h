@@ -34,14 +34,23 @@ class System {
 // check, so that tests slice exactly as time steps.
 class Deadline {
  public:
-  explicit Deadline(double at) : at_(at), checksPerRead_(System::timeSource().checksPerRead()) {}
+  // Ends `quantum` seconds from now.
+  explicit Deadline(double quantum)
+      : lastRead_(System::currentTime()),
+        at_(lastRead_ + quantum),
+        checksPerRead_(System::timeSource().checksPerRead()) {}
   bool passed() {
     if (++checks_ < checksPerRead_) return false;
     checks_ = 0;
-    return at_ <= System::currentTime();
+    lastRead_ = System::currentTime();
+    return at_ <= lastRead_;
   }
+  // The time of its last read of the clock (at the start, then by passed):
+  // a time the pass may use without a read of its own, some microseconds old.
+  double lastRead() const { return lastRead_; }
 
  private:
+  double lastRead_;
   double at_;
   unsigned checksPerRead_;
   unsigned checks_ = 0;
