@@ -443,7 +443,9 @@ TEST(ViaMetricStatusSmTest, APacedSweepStampsEachRouteOnceAndStartsOverOnASecond
   EXPECT_EQ(w.changedAt(1, p3), 2004);
 
   // The via changes again: the sweep starts over, and every route it still
-  // reaches is stamped once after the change, whatever the first pass did.
+  // reaches is stamped once after the change, whatever the first pass did,
+  // even one its protocol stamped with a time yet to come.
+  w.route(1, users.front())->routeChangedAtIs(5000);
   w.now(2100);
   w.metricIs(shared, 3);
   EXPECT_EQ(w.sm->sweepsPending(), 1u);
@@ -456,6 +458,7 @@ TEST(ViaMetricStatusSmTest, APacedSweepStampsEachRouteOnceAndStartsOverOnASecond
   for (const IpGenPrefix& p : users) {
     EXPECT_EQ(count[p]->stamps, 1) << p;
     EXPECT_GT(w.changedAt(1, p), 2100) << p;
+    EXPECT_LT(w.changedAt(1, p), 2200) << p;
   }
   w.expectIndexExact();
 }
