@@ -337,6 +337,7 @@ RouteStatusSm::RouteStatusSm(
       ribString_(ribString),
       viaStatusByVrf_(viaStatusByVrf),
       singleRouteReactor_(Flipset::getToggleState("SingleRouteReactor")),
+      ribHeldOurs_(ribConfig ? ribConfig->routeCount(vrfId, af) != 0 : false),
       kelStatus_(this),
       kelRoute_(this, singleRouteReactor_ ? sizeof(KelRouteSingle) : sizeof(KelRoute)),
       kelClock_(this),
@@ -887,6 +888,9 @@ void RouteStatusSm::doCleanupRibConfig() {
 }
 
 bool RouteStatusSm::mayHoldStaleRoutes() const {
+  // Every RIB route we write has its prefix in the status, and goes when the
+  // prefix does: only routes kept from before we were made can be stale.
+  if (!ribHeldOurs_) return false;
   const uint32_t ours = ribConfig_->routeCount(vrfId_, af_);
   if (ours == 0) return false;
   const Status::RouteMap& routes = status_->route();

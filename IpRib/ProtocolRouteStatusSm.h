@@ -314,6 +314,9 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   static RibHashMemo ribHashMemo_[ribHashMemoSize];
   // "SingleRouteReactor", read once: a route's reactors are of one kind.
   bool singleRouteReactor_;
+  // Whether the RIB held routes of this VRF and family when we were made
+  // (kept across a restart); none of ours can be stale otherwise.
+  bool ribHeldOurs_;
   // What the route reactors filed with "SingleRouteReactor" on, by route
   // and preference: rare, and ordered so that a prefix's preferences are
   // found together.
