@@ -73,6 +73,9 @@ class RouteStatusSm::KelRouteBase : public Route::Notifiee {
   RouteStatusSm* sm() const {
     return static_cast<RouteStatusSm*>(Kel::NestedReactorSlab<KelRouteBase>::owner(this));
   }
+  // The slab is dropping this reactor a few places on (Kel::NestedReactorSlab::clear).
+  static constexpr int dropSteps = 2;
+  virtual void readAheadDrop(int /*step*/) const {}
 };
 
 class RouteStatusSm::KelRoute final : public KelRouteBase {
@@ -80,6 +83,9 @@ class RouteStatusSm::KelRoute final : public KelRouteBase {
   class KelRoutePref;
   explicit KelRoute(Route* route);
   void onRoutePref(const RoutePreference& pref) override;
+  // Dropping it reads its preference reactors and their preferences, then
+  // their via type reactors and via types.
+  void readAheadDrop(int step) const override;
 
  private:
   Kel::NestedReactors<RoutePreference, KelRoutePref, Kel::FlatMap> kelRoutePref_;
@@ -134,6 +140,8 @@ class RouteStatusSm::KelRoute::KelRoutePref final : public RoutePref::Notifiee {
   void handleBfdTrackedVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via);
   void deleteBfdTrackedVias(const Pando::IpGenPrefix& prefix);
   void handleDel() override { deleteBfdTrackedVias(prefix()); }
+  // What dropping it reads below the preference.
+  void readAheadDrop() const;
 
  private:
   KelRoute* parent_;
@@ -160,6 +168,15 @@ RouteStatusSm::KelRoute::KelRoute(Route* route) : kelRoutePref_(this) {
   }
 }
 
+void RouteStatusSm::KelRoute::readAheadDrop(int step) const {
+  if (step == 0) {
+    for (const Kel::Ptr<RoutePref>& p : notifier()->routePref()) Kel::prefetchObject(p.ptr());
+    for (const Kel::Ptr<KelRoutePref>& r : kelRoutePref_) Kel::prefetchObject(r.ptr());
+    return;
+  }
+  for (const Kel::Ptr<KelRoutePref>& r : kelRoutePref_) r->readAheadDrop();
+}
+
 void RouteStatusSm::KelRoute::onRoutePref(const RoutePreference& pref) {
   if (Kel::Ptr<RoutePref> p = notifier()->routePref(pref)) {
     kelRoutePref_.insert(Kel::makePtr<KelRoutePref>(this, p.ptr()));
@@ -178,6 +195,15 @@ RouteStatusSm::KelRoute::KelRoutePref::KelRoutePref(KelRoute* parent, RoutePref*
   pref->forEachBfdTrackedVia([&](const Rib::ViaKey& via) {
     sm()->handleBfdTrackedVia(RouteKey(prefix(), key()), via, true);
   });
+}
+
+void RouteStatusSm::KelRoute::KelRoutePref::readAheadDrop() const {
+  for (const Kel::Ptr<DedupViaKeyByViaType>& t : notifier()->dedupViaKeyByViaType()) {
+    Kel::prefetchObject(t.ptr());
+  }
+  for (const Kel::Ptr<KelDedupViaKeyByViaType>& r : kelDedupViaKeyByViaType_) {
+    Kel::prefetchObject(r.ptr());
+  }
 }
 
 void RouteStatusSm::KelRoute::KelRoutePref::onDedupViaKeyByViaType(const ViaType& t) {

@@ -171,7 +171,10 @@ class NestedReactorSlab final : public NestedReactorGroup {
   // Drops every reactor, each after its handleDel. Each lets go of its
   // entity, long out of cache: a reactor is dropped some places behind the
   // walk, which starts loading its entity first. Held meanwhile, so that a
-  // handleDel erasing it first leaves it to be skipped, not freed.
+  // handleDel erasing it first leaves it to be skipped, not freed. An R
+  // with nested reactors of its own may offer readAheadDrop(step) for steps
+  // 0 to R::dropSteps - 1: it is asked for each step between the walk and
+  // the drop, each step reading only what the one before brought.
   void clear() {
     constexpr uint32_t lead = 8;
     Ptr<R> behind[lead];
@@ -179,6 +182,12 @@ class NestedReactorSlab final : public NestedReactorGroup {
     slab_.forEachMarked([&](void* p) {
       R* r = static_cast<R*>(p);
       prefetchLine(notifierOf(r));
+      if constexpr (requires(const R& x) { x.readAheadDrop(0); }) {
+        for (uint32_t step = 0; step < R::dropSteps; ++step) {
+          const uint32_t back = (step + 1) * lead / (R::dropSteps + 1);
+          if (const R* a = behind[(seen + lead - back) % lead].ptr()) a->readAheadDrop(int(step));
+        }
+      }
       // Held before the one behind goes: its handleDel may erase this one.
       const Ptr<R> due = std::exchange(behind[seen++ % lead], Ptr<R>(r));
       if (due) erase(due.ptr());
