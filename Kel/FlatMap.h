@@ -150,6 +150,9 @@ class FlatMap {
     if constexpr (requires { Traits::hash(key); }) {
       const uint32_t h = Traits::hash(key);
       for (; e != last; ++e) {
+        // The key itself stops the walk without hashing it again (a look-up
+        // mostly finds its key, often the only one).
+        if (Traits::key(*e) == key) break;
         const uint32_t eh = Traits::hash(Traits::key(*e));
         if (eh > h || (eh == h && !(Traits::key(*e) < key))) break;
       }
