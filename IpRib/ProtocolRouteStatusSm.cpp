@@ -1,6 +1,7 @@
 #include "IpRib/ProtocolRouteStatusSm.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <optional>
 
@@ -536,6 +537,50 @@ void RouteStatusSm::evaluate(const Pando::IpGenPrefix& prefix, const Route* rout
 
 RouteStatusSm::ViaPick RouteStatusSm::scratch_[2];
 RouteStatusSm::RibHashMemo RouteStatusSm::ribHashMemo_[ribHashMemoSize];
+RouteStatusSm::ViaFactsSlot RouteStatusSm::viaFactsMemo_[viaFactsSlots];
+uint32_t RouteStatusSm::viaFactsEpoch_ = 1;
+
+void RouteStatusSm::viaFactsExpire() {
+  if (++viaFactsEpoch_ != 0) return;
+  // Wrapped: slots of the epochs ahead would come valid again.
+  std::fill(std::begin(viaFactsMemo_), std::end(viaFactsMemo_), ViaFactsSlot());
+  viaFactsEpoch_ = 1;
+}
+
+bool RouteStatusSm::keepsViaFacts(RouteEvaluationObserver* observer) const {
+  // A nested evaluation runs inside a RIB write, while inputs may change.
+  return reviewing_ && evaluationDepth_ == 1 && observer == nullptr && !trace.textOn(9) &&
+         !trace.ringOn(9) && (!bfdTrackedRoutesList_ || bfdTrackedRoutesList_->routeSize() == 0);
+}
+
+RouteStatusSm::ViaFacts RouteStatusSm::viaFacts(const Pando::IpGenPrefix& prefix,
+                                                const DedupViaKeyMetric& entry,
+                                                const RoutePref& routePref, RoutePreference pref,
+                                                MetricTableMemo* tables, bool keep) const {
+  const Rib::DedupViaKey* interned = entry.dedupViaKey().ptr();
+  ViaFactsSlot* slot = nullptr;
+  if (keep) {
+    const uint32_t mixed = uint32_t(reinterpret_cast<uintptr_t>(interned) >> 4) * 0x9e3779b1u;
+    slot = &viaFactsMemo_[mixed >> (32 - std::bit_width(viaFactsSlots - 1))];
+    if (slot->via == interned && slot->epoch == viaFactsEpoch_) {
+      return {slot->check, slot->record, slot->nextHop};
+    }
+  }
+  const Rib::ViaKey& via = entry.viaKey();
+  const uint32_t viaHash = via.tableHash();
+  Kel::Ptr<const Rib::DedupViaKey> vtep = routePref.dedupEvpnVtepIpViaKey(via);
+  const Rib::ViaKey vtepVia = vtep ? vtep->key() : Rib::ViaKey();
+  ViaFacts facts;
+  facts.check = checkVia(prefix, via, viaHash, vtepVia, pref, tables);
+  if (facts.check == ViaCheck::valid) {
+    if (nhdGraph_) facts.nextHop = nhdGraph_->viaNextHop(via, viaHash);
+    facts.record = viaRecord(via, viaHash);
+  }
+  if (slot && via.kind() != Rib::ViaKey::kindEvpn) {
+    *slot = {interned, facts.record, facts.nextHop, viaFactsEpoch_, facts.check};
+  }
+  return facts;
+}
 uint32_t RouteStatusSm::evaluationDepth_ = 0;
 
 bool RouteStatusSm::ribRouteReadAhead() const {
@@ -568,6 +613,7 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
   // Likewise the RIB route the result is compared with.
   if (!ribRouteReadAhead()) prefetchRibSlot(prefix);
   MetricTableMemo metricTables;
+  const bool keepFacts = keepsViaFacts(observer);
   for (const Kel::Ptr<RoutePref>& routePref : route.routePref()) {
     const RoutePreference pref = routePref->preference();
     viaSet.clear();
@@ -585,12 +631,9 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
       uint32_t addedOfType = 0;
       for (const Kel::Ptr<DedupViaKeyMetric>& entry : byType->dedupViaKey()) {
         const Rib::ViaKey& via = entry->viaKey();
-        const uint32_t viaHash = via.tableHash();
         RSM_TRACE(9, " " << via << " via metric: " << entry->metric());
-        Kel::Ptr<const Rib::DedupViaKey> vtep = routePref->dedupEvpnVtepIpViaKey(via);
-        const Rib::ViaKey vtepVia = vtep ? vtep->key() : Rib::ViaKey();
-
-        const ViaCheck check = checkVia(prefix, via, viaHash, vtepVia, pref, &metricTables);
+        const ViaFacts facts = viaFacts(prefix, *entry, *routePref, pref, &metricTables, keepFacts);
+        const ViaCheck check = facts.check;
         if (check != ViaCheck::valid) {
           RSM_DUALLOG(9,
                       " (" << prefix << "), Preference: " << unsigned(pref) << ", Via " << via
@@ -606,8 +649,7 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
           }
           continue;
         }
-        if (nhdGraph_ && nhdGraph_->loopingRoute(prefix, Rib::MetricPref(pref, entry->metric()),
-                                                 vrfId_, via, 0, 0, rib_, viaHash)) {
+        if (nhdGraph_ && nhdGraph_->loopingFrom(prefix, vrfId_, facts.nextHop)) {
           RSM_DUALLOG(9,
                       " (" << prefix << "), Preference: " << unsigned(pref) << ", Via " << via
                            << " is looping",
@@ -616,8 +658,7 @@ void RouteStatusSm::evaluateRoute(const Route& route, ViaPick& pick,
           if (observer) observer->via(via, entry->metric(), ViaVerdict::looping);
           continue;
         }
-        const Rib::Via* record = viaRecord(via, viaHash);
-        const bool viaLabelled = record != nullptr && record->isLabelled();
+        const bool viaLabelled = facts.record != nullptr && facts.record->isLabelled();
         if (!labelled && viaLabelled) {
           RSM_DUALLOG(9, " Route " << prefix << " First occurrence of labeled Via " << via,
                       " RouteStatusSm, route %s Preference: %s Via %s is labelled", prefix, pref,
@@ -872,6 +913,7 @@ void RouteStatusSm::doAddRoute(const Pando::IpGenPrefix& prefix,
 void RouteStatusSm::addRoute(const Pando::IpGenPrefix& prefix, const RoutePref& routePref,
                              const Rib::Brisk::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId,
                              RouteMetric metric, RouteEvaluationObserver* observer) {
+  const ViaFactsWatch watch;  // declared first: it looks after our locals have gone
   // A re-evaluation usually keeps the via set the route has: skip the dedup index.
   const Rib::RouteKey key(vrfId_, prefix);
   const Rib::Route* present = ribConfig_->route(key);
@@ -903,6 +945,7 @@ void RouteStatusSm::doDelRoute(const Pando::IpGenPrefix& prefix) { delRoute(pref
 void RouteStatusSm::delRoute(const Pando::IpGenPrefix& prefix, RouteEvaluationObserver* observer) {
   RSM_DUALLOG(8, " (" << prefix << "), Deleting route", " RouteConfigSm: deleting route %s",
               prefix);
+  const ViaFactsWatch watch;
   ribConfig_->routeDelete(Rib::RouteKey(vrfId_, prefix));
   if (observer) observer->deleted();
 }
@@ -1045,6 +1088,7 @@ void RouteStatusSm::doReview() {
     return;
   }
   ++reviewSlices_;
+  viaFactsExpire();
   const Status::RouteMap& routes = status_->route();
   Status::RouteMap::const_iterator it;
   if (!reviewBookmark_.isEmpty()) {

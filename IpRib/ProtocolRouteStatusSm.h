@@ -203,6 +203,31 @@ class RouteStatusSm final : public Kel::NotifieeBase {
     MetricTable result;
   };
   MetricTable metricTable(const Rib::ViaKey& via) const;
+  // What the checks of one via found, whichever route asked: its verdict
+  // and, when valid, its record and its next hop in the dependency graph.
+  struct ViaFacts {
+    ViaCheck check = ViaCheck::unresolved;
+    const Rib::Via* record = nullptr;
+    const Pando::IpGenAddr* nextHop = nullptr;
+  };
+  // The facts of the entry's via. `keep`: the caller's pass may take them
+  // from, and leave them in, the memo below.
+  ViaFacts viaFacts(const Pando::IpGenPrefix& prefix, const DedupViaKeyMetric& entry,
+                    const RoutePref& routePref, RoutePreference pref, MetricTableMemo* tables,
+                    bool keep) const;
+  // Whether the evaluation under way may use the memo of via facts.
+  bool keepsViaFacts(RouteEvaluationObserver* observer) const;
+  // Ends the memo's present epoch: what it holds may be stale.
+  static void viaFactsExpire();
+  // Lives across a RIB write: the memo's epoch ends with it if any reactor
+  // ran meanwhile. One that did not leaves every input as it was: only a
+  // reactor's handler, not the RIB's own code, writes to them.
+  struct ViaFactsWatch {
+    uint64_t dispatches = Kel::Entity::dispatches();
+    ~ViaFactsWatch() {
+      if (Kel::Entity::dispatches() != dispatches) viaFactsExpire();
+    }
+  };
   // `viaHash` is via.tableHash(): an evaluation hashes each via once for
   // every table it looks the via up in.
   ViaCheck checkVia(const Pando::IpGenPrefix& prefix, const Rib::ViaKey& via, uint32_t viaHash,
@@ -312,6 +337,22 @@ class RouteStatusSm final : public Kel::NotifieeBase {
   };
   static constexpr uint32_t ribHashMemoSize = 16;
   static RibHashMemo ribHashMemo_[ribHashMemoSize];
+  // A review asks the same few vias route after route, and nothing their
+  // checks read changes within a slice unless a reactor runs (one of the
+  // RIB's, as we write). Their facts are kept by interned via for one epoch,
+  // which each slice, and each RIB write that wakes a reactor, end. Not kept
+  // when the checks depend on the route (BFD tracking, an EVPN via's VTEP)
+  // or are traced (level 9).
+  struct ViaFactsSlot {
+    const Rib::DedupViaKey* via = nullptr;
+    const Rib::Via* record = nullptr;
+    const Pando::IpGenAddr* nextHop = nullptr;
+    uint32_t epoch = 0;  // 0: never valid
+    ViaCheck check = ViaCheck::unresolved;
+  };
+  static constexpr uint32_t viaFactsSlots = 1024;
+  static ViaFactsSlot viaFactsMemo_[viaFactsSlots];
+  static uint32_t viaFactsEpoch_;
   // "SingleRouteReactor", read once: a route's reactors are of one kind.
   bool singleRouteReactor_;
   // Whether the RIB held routes of this VRF and family when we were made

@@ -20,6 +20,7 @@ Entity::Hub* Entity::Hub::make(uint32_t capacity) {
 }
 
 uint32_t Entity::passes_ = 0;
+uint64_t Entity::dispatches_ = 0;
 
 void Entity::Hub::release(Hub* hub) { Pool::deallocate(hub, bytes(hub->capacity())); }
 

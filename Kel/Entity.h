@@ -57,6 +57,9 @@ class Entity : public PtrInterface {
     ReadAheadPass& operator=(const ReadAheadPass&) = delete;
   };
   static bool readAheadPassActive() { return passes_ != 0; }
+  // Dispatches begun to entities with reactors, ever. When a call left it
+  // unchanged, no reactor ran inside it: whatever changed is the callee's own.
+  static uint64_t dispatches() { return dispatches_; }
 
   // Links this entity to the parent it is filed under (null: unlinks); for
   // the parent's own code.
@@ -68,6 +71,7 @@ class Entity : public PtrInterface {
   template <class N, class F>
   void notify(F&& call) const {
     if (reactors_ == 0) return;
+    ++dispatches_;
     // A handler may drop the last reference to this entity: keep it until
     // done, also when a handler throws.
     const bool counted = references() != 0;
@@ -171,6 +175,7 @@ class Entity : public PtrInterface {
   static constexpr uintptr_t parentTag = 2;
   mutable uintptr_t reactors_ = 0;
   static uint32_t passes_;  // ReadAheadPass objects alive
+  static uint64_t dispatches_;
 };
 
 class NestedReactorGroup;

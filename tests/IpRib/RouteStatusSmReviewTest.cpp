@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "tests/IpRib/RouteStatusSmFixture.h"
@@ -157,6 +158,46 @@ TEST_F(ReviewTest, RoutesDeletedByARibReactorMidReviewAreLeftAndTheRestReviewedO
     }
     EXPECT_EQ(count.at(Pando::valueToStrep(p)), 1) << p;
     EXPECT_EQ(w.ribVias(p), std::vector<uint32_t>{2}) << p;
+  }
+}
+
+// A review keeps what it found of each via while nothing can change it: a
+// RIB reactor that unresolves a via (without a review of its own) while the
+// review writes must be seen by every route evaluated after that write.
+TEST_F(ReviewTest, ARibReactorUnresolvingAViaMidReviewIsSeenByTheRoutesAfterIt) {
+  for (uint32_t i = 0; i < 40; ++i) {
+    w.addVia(prefixOf(i), 1, V::viaIntfNextHop, 1);
+    w.addVia(prefixOf(i), 1, V::viaIntfNextHop, 2);
+    w.touch(prefixOf(i));
+  }
+  w.start();
+  w.status->initializedIs(true);
+  w.runUntilQuiet();
+  struct Unresolver : Rib::RouteConfig::Notifiee {
+    void onRoute(const Rib::RouteKey& key) override {
+      if (first) return;
+      first = key.prefix();
+      metrics->viaMetricDel(via);
+    }
+    Rib::ViaMetricStatus* metrics = nullptr;
+    Rib::ViaKey via;
+    std::optional<IpGenPrefix> first;
+  };
+  const Kel::Ptr<Unresolver> unresolver = Kel::makePtr<Unresolver>();
+  unresolver->metrics = w.ipMetrics.ptr();
+  unresolver->via = w.via(2);
+  unresolver->notifierIs(w.ribConfig.ptr());
+  w.ipMetrics->viaMetricDel(w.via(1));
+  w.ipMetrics->doBumpGeneration();  // one slice: every route rewritten or deleted
+  w.runUntilQuiet();
+  ASSERT_TRUE(unresolver->first);
+  for (uint32_t i = 0; i < 40; ++i) {
+    const IpGenPrefix p = prefixOf(i);
+    if (p == *unresolver->first) {
+      EXPECT_EQ(w.ribVias(p), std::vector<uint32_t>{2}) << p;
+    } else {
+      EXPECT_EQ(w.ribRoute(p), nullptr) << p;
+    }
   }
 }
 

@@ -170,6 +170,21 @@ TEST_F(EntityDispatchTest, RealChangesOnlyInBindingOrder) {
                            "b item 1+", "c item 1-", "a item 1-", "b item 1-"}));
 }
 
+// The count of dispatches moves on every change heard, and on no other:
+// callers rely on an unchanged count meaning that no reactor ran.
+TEST_F(EntityDispatchTest, DispatchesCountChangesThatReactorsHear) {
+  const uint64_t start = Kel::Entity::dispatches();
+  box_->levelIs(1);  // no reactor yet
+  box_->itemIs({1});
+  EXPECT_EQ(Kel::Entity::dispatches(), start);
+  bind("a");
+  box_->levelIs(1);  // no change
+  EXPECT_EQ(Kel::Entity::dispatches(), start);
+  box_->levelIs(2);
+  box_->itemIs({2});
+  EXPECT_EQ(Kel::Entity::dispatches(), start + 2);
+}
+
 TEST_F(EntityDispatchTest, HandlersUnbindOthersThemselvesAndBindNewOnes) {
   bind("a").onLevelDo = [this] {
     probes_.erase("c");

@@ -91,7 +91,12 @@ class GlobalNextHopDependencyGraph final : public Kel::Entity {
   bool loopingRoute(const Pando::IpGenPrefix& prefix, const MetricPref& /*mp*/,
                     Vrf::VrfIdMap::VrfId vrfId, const ViaKey& via, uint32_t /*a*/, uint32_t /*b*/,
                     RibType /*rib*/, uint32_t viaHash) const {
-    const Pando::IpGenAddr* nextHop = viaNextHop(via, viaHash);
+    return loopingFrom(prefix, vrfId, viaNextHop(via, viaHash));
+  }
+  // The same, from the via's next hop as viaNextHop gives it (null: unknown
+  // via), for a caller that keeps it across routes.
+  bool loopingFrom(const Pando::IpGenPrefix& prefix, Vrf::VrfIdMap::VrfId vrfId,
+                   const Pando::IpGenAddr* nextHop) const {
     if (nextHop == nullptr) return false;
     const VrfRoutes* vrf = vrfRoutes(vrfId);
     // No route installed in the VRF: only the asked prefix itself can resolve the next hop.
