@@ -31,6 +31,17 @@ class ReviewTest : public ::testing::Test {
       w.touch(prefixOf(i));
     }
   }
+  // n routes with vias 1 and 2, reviewed into the RIB.
+  void startReviewedWithTwoVias(uint32_t n) {
+    for (uint32_t i = 0; i < n; ++i) {
+      w.addVia(prefixOf(i), 1, V::viaIntfNextHop, 1);
+      w.addVia(prefixOf(i), 1, V::viaIntfNextHop, 2);
+      w.touch(prefixOf(i));
+    }
+    w.start();
+    w.status->initializedIs(true);
+    w.runUntilQuiet();
+  }
   Kel::TraceFacility& facility() {
     return *Kel::TraceRegistry::instance().facility("IpRib::RouteStatusSm");
   }
@@ -119,14 +130,7 @@ TEST_F(ReviewTest, APausedReviewVisitsEveryRouteThatStaysExactlyOnce) {
 // The review reads ahead of the route it evaluates; a RIB reactor deleting
 // protocol routes mid-review (ahead of it or behind) must not trip it.
 TEST_F(ReviewTest, RoutesDeletedByARibReactorMidReviewAreLeftAndTheRestReviewedOnce) {
-  for (uint32_t i = 0; i < 60; ++i) {
-    w.addVia(prefixOf(i), 1, V::viaIntfNextHop, 1);
-    w.addVia(prefixOf(i), 1, V::viaIntfNextHop, 2);
-    w.touch(prefixOf(i));
-  }
-  w.start();
-  w.status->initializedIs(true);
-  w.runUntilQuiet();
+  startReviewedWithTwoVias(60);
   // Each rewrite deletes one more route, until ten are gone.
   struct Deleter : Rib::RouteConfig::Notifiee {
     void onRoute(const Rib::RouteKey& key) override {
@@ -165,14 +169,7 @@ TEST_F(ReviewTest, RoutesDeletedByARibReactorMidReviewAreLeftAndTheRestReviewedO
 // RIB reactor that unresolves a via (without a review of its own) while the
 // review writes must be seen by every route evaluated after that write.
 TEST_F(ReviewTest, ARibReactorUnresolvingAViaMidReviewIsSeenByTheRoutesAfterIt) {
-  for (uint32_t i = 0; i < 40; ++i) {
-    w.addVia(prefixOf(i), 1, V::viaIntfNextHop, 1);
-    w.addVia(prefixOf(i), 1, V::viaIntfNextHop, 2);
-    w.touch(prefixOf(i));
-  }
-  w.start();
-  w.status->initializedIs(true);
-  w.runUntilQuiet();
+  startReviewedWithTwoVias(40);
   struct Unresolver : Rib::RouteConfig::Notifiee {
     void onRoute(const Rib::RouteKey& key) override {
       if (first) return;
