@@ -537,6 +537,7 @@ void RouteStatusSm::evaluate(const Pando::IpGenPrefix& prefix, const Route* rout
 
 RouteStatusSm::ViaPick RouteStatusSm::scratch_[2];
 RouteStatusSm::RibHashMemo RouteStatusSm::ribHashMemo_[ribHashMemoSize];
+uint32_t RouteStatusSm::evaluationDepth_ = 0;
 RouteStatusSm::ViaFactsSlot RouteStatusSm::viaFactsMemo_[viaFactsSlots];
 uint32_t RouteStatusSm::viaFactsEpoch_ = 1;
 
@@ -581,7 +582,6 @@ RouteStatusSm::ViaFacts RouteStatusSm::viaFacts(const Pando::IpGenPrefix& prefix
   }
   return facts;
 }
-uint32_t RouteStatusSm::evaluationDepth_ = 0;
 
 bool RouteStatusSm::ribRouteReadAhead() const {
   return reviewing_ || Kel::Entity::readAheadPassActive();
